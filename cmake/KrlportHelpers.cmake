@@ -1,0 +1,49 @@
+# Small helpers so that a subsystem's library sources, public headers and
+# tests are each one short stanza in its CMakeLists.txt.
+
+set(KRL_WARNINGS -Wall -Wextra -Wpedantic -Wno-unused-parameter)
+set_property(GLOBAL PROPERTY KRL_PUBLIC_HEADERS "")
+
+# Sanitizers apply to everything: library, tests, examples and benchmarks.
+macro(krl_apply_sanitizers)
+  if(KRLPORT_SANITIZE)
+    string(REPLACE ";" "," _krl_san "${KRLPORT_SANITIZE}")
+    add_compile_options(-fsanitize=${_krl_san} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${_krl_san})
+  endif()
+endmacro()
+
+# krl_sources(a.cpp b.cpp ...): library sources of the calling subsystem.
+function(krl_sources)
+  foreach(src ${ARGN})
+    target_sources(krlport_objects PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/${src})
+  endforeach()
+endfunction()
+
+# krl_public_headers(a.h ...): headers that `cmake --install` ships. Headers of
+# a subsystem that are not listed here are internal and never installed.
+function(krl_public_headers)
+  file(RELATIVE_PATH rel ${PROJECT_SOURCE_DIR} ${CMAKE_CURRENT_SOURCE_DIR})
+  foreach(h ${ARGN})
+    set_property(GLOBAL APPEND PROPERTY KRL_PUBLIC_HEADERS "${rel}/${h}")
+  endforeach()
+endfunction()
+
+# krl_test(NAME n SOURCES ... [LIBS ...] [SHARED]): one GoogleTest binary,
+# registered case by case with CTest. Tests link the static library so they
+# can reach internal classes; SHARED links the exported library instead.
+function(krl_test)
+  if(NOT KRLPORT_BUILD_TESTS)
+    return()
+  endif()
+  cmake_parse_arguments(T "SHARED" "NAME" "SOURCES;LIBS;LABELS" ${ARGN})
+  add_executable(${T_NAME} ${T_SOURCES})
+  if(T_SHARED)
+    target_link_libraries(${T_NAME} PRIVATE krlport)
+  else()
+    target_link_libraries(${T_NAME} PRIVATE krlport_static)
+  endif()
+  target_link_libraries(${T_NAME} PRIVATE GTest::gtest GTest::gtest_main Threads::Threads ${T_LIBS})
+  target_compile_options(${T_NAME} PRIVATE ${KRL_WARNINGS})
+  gtest_discover_tests(${T_NAME} DISCOVERY_TIMEOUT 60 PROPERTIES LABELS "${T_LABELS}")
+endfunction()

@@ -1,0 +1,47 @@
+// CORBA::string_* and wstring_*: the one allocator pair for strings that cross
+// the library boundary, and the string hash of dictionary keys.
+#include <cstring>
+#include <new>
+
+#include "krlport/frame/corba.h"
+#include "krlport/frame/empty_string.h"
+#include "krlport/frame/string_hash.h"
+#include "krlport/frame/utf16.h"
+
+namespace krl_internal {
+char* const _empty_string = const_cast<char*>("");
+}  // namespace krl_internal
+
+char* CORBA::string_alloc(unsigned long len) { return static_cast<char*>(::operator new(len + 1)); }
+
+char* CORBA::string_dup(const char* s) {
+  if (s == nullptr) return nullptr;
+  const std::size_t n = std::strlen(s) + 1;
+  char* p = string_alloc(n - 1);
+  std::memcpy(p, s, n);
+  return p;
+}
+
+void CORBA::string_free(char* s) {
+  if (s != nullptr && s != krl_internal::_empty_string) ::operator delete(s);
+}
+
+unsigned short* CORBA::wstring_alloc(unsigned long len) {
+  return static_cast<unsigned short*>(::operator new(2 * len + 2));
+}
+
+unsigned short* CORBA::wstring_dup(const unsigned short* s) {
+  if (s == nullptr) return nullptr;
+  const std::size_t n = krl_internal::wide_length(s);
+  unsigned short* p = wstring_alloc(n);
+  std::memcpy(p, s, 2 * n + 2);
+  return p;
+}
+
+void CORBA::wstring_free(unsigned short* s) { ::operator delete(s); }
+
+unsigned long CORBA::hash(const char* s) {
+  return s == nullptr ? 0 : krl_internal::shift_xor_hash(s);
+}
+
+unsigned char CORBA::is_nil(const char* s) { return s == nullptr ? 1 : 0; }

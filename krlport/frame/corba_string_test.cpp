@@ -1,0 +1,102 @@
+#include <cstring>
+
+#include <gtest/gtest.h>
+
+#include "krlport/frame/corba.h"
+#include "krlport/frame/string_var.h"
+#include "krlport/frame/string_wrapper.h"
+#include "krlport/frame/utf16.h"
+
+namespace {
+
+TEST(CorbaStringTest, AllocDupFree) {
+  char* p = CORBA::string_alloc(0);
+  p[0] = 0;  // one byte exists for the terminator
+  CORBA::string_free(p);
+
+  unsigned short* w = CORBA::wstring_alloc(0);
+  w[0] = 0;
+  CORBA::wstring_free(w);
+
+  EXPECT_EQ(CORBA::string_dup(nullptr), nullptr);
+  EXPECT_EQ(CORBA::wstring_dup(nullptr), nullptr);
+  CORBA::string_free(nullptr);
+  CORBA::wstring_free(nullptr);
+
+  const char* text = "IDL:omg.org/CORBA/BAD_PARAM:1.0";
+  char* copy = CORBA::string_dup(text);
+  EXPECT_NE(copy, text);
+  EXPECT_STREQ(copy, text);
+  CORBA::string_free(copy);
+
+  const unsigned short wide[] = {'h', 0xE9, 0xD83D, 0xDE00, 0};
+  unsigned short* wcopy = CORBA::wstring_dup(wide);
+  EXPECT_EQ(std::memcmp(wcopy, wide, sizeof wide), 0);
+  CORBA::wstring_free(wcopy);
+}
+
+TEST(CorbaStringTest, EmptyStringOfDefaultHolderIsNotNilAndFreeIgnoresIt) {
+  CORBA_String_var v;
+  EXPECT_EQ(CORBA::is_nil(v.in()), 0);
+  EXPECT_EQ(CORBA::is_nil(nullptr), 1);
+  CORBA::string_free(CORBA_String_var()._retn());  // must not free shared storage
+  CORBA::string_free(CORBA_String_var()._retn());
+  EXPECT_STREQ(CORBA_String_var().in(), "");
+}
+
+TEST(CorbaStringTest, HashIsShiftXorOfSignExtendedBytes) {
+  EXPECT_EQ(CORBA::hash("abc"), 0x123UL);
+  EXPECT_EQ(CORBA::hash("\xFF"), 0x7FFFFFFFUL);
+  EXPECT_EQ(CORBA::hash(nullptr), 0UL);
+  EXPECT_EQ(CORBA::hash(""), 0UL);
+  // Bits shift off the top after 32 bytes; the result never exceeds 31 bits.
+  const char* long_text = "IDL:omg.org/CORBA/TRANSACTION_ROLLEDBACK:1.0";
+  unsigned long expect = 0;
+  for (const char* p = long_text; *p; ++p)
+    expect = ((expect << 1) ^ static_cast<unsigned>(*p)) & 0xFFFFFFFFu;
+  EXPECT_EQ(CORBA::hash(long_text), expect & 0x7FFFFFFFu);
+  EXPECT_EQ(CORBA::hash("a\x80"), ((0x61u << 1) ^ 0xFFFFFF80u) & 0x7FFFFFFFu);
+}
+
+TEST(CorbaStringTest, CompareOrdersNilFirstAndBytesUnsigned) {
+  const KRLStringWrapper nil, empty(""), a("A"), e9("\xE9"), ab("AB");
+  EXPECT_EQ(compare(nil, nil), 0);
+  EXPECT_EQ(compare(nil, empty), -1);
+  EXPECT_EQ(compare(empty, nil), 1);
+  EXPECT_EQ(compare(e9, a), 1);
+  EXPECT_EQ(compare(a, e9), -1);
+  EXPECT_EQ(compare(a, ab), -1);
+  EXPECT_EQ(compare(ab, KRLStringWrapper("AB")), 0);
+  // The key protocol works through the holders too.
+  EXPECT_EQ(compare(CORBA_String_var(static_cast<char*>(nullptr)), CORBA_String_var()), -1);
+  EXPECT_EQ(compare(CORBA_String_var("\xE9"), CORBA_String_var("A")), 1);
+  EXPECT_EQ(_krl_hash(CORBA_String_var("abc")), 0x123UL);
+  EXPECT_EQ(_krl_hash(KRLStringWrapper()), 0UL);
+}
+
+TEST(CorbaStringTest, StringWrapperRefersWithoutCopying) {
+  const char* text = "key";
+  KRLStringWrapper w(text);
+  EXPECT_EQ(static_cast<const char*>(w), text);
+  EXPECT_EQ(*w, 'k');
+  const char* other = "other";
+  EXPECT_EQ(w = other, other);
+  KRLStringWrapper copy;
+  copy = w;
+  EXPECT_EQ(copy._str, other);
+}
+
+TEST(Utf16Test, Utf8FormReplacesLoneSurrogates) {
+  const unsigned short text[] = {'a', 0xE9, 0x20AC, 0xD83D, 0xDE00, 0xD800, 'b', 0xDC00, 0};
+  std::string out;
+  krl_internal::append_utf8(out, text, krl_internal::wide_length(text));
+  EXPECT_EQ(out,
+            "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\xEF\xBF\xBD"
+            "b\xEF\xBF\xBD");
+  const unsigned short lo[] = {'a', 0}, hi[] = {0xFFFF, 0};
+  EXPECT_EQ(krl_internal::wide_compare(lo, hi), -1);
+  EXPECT_EQ(krl_internal::wide_compare(hi, lo), 1);
+  EXPECT_EQ(krl_internal::wide_compare(lo, lo), 0);
+}
+
+}  // namespace
