@@ -1,0 +1,116 @@
+// CORBA_Exception, the root of every exception of the library, with its
+// per-class Description and the owning holder CORBA_Exception_var.
+//
+// A Description holds the static facts of one exception class: name,
+// repository id, factory, the base class's Description and a type code. The
+// descriptions form a tree through their base pointers; casts between
+// exception classes walk that tree instead of using the language's RTTI. Every
+// Description also joins the process-wide registry by repository id while it
+// lives, which is how an id read from a stream turns back into an object.
+#ifndef KRLPORT_EXCEPTIONS_EXCEPTION_H_
+#define KRLPORT_EXCEPTIONS_EXCEPTION_H_
+
+#include "krlport/frame/corba.h"
+#include "krlport/frame/export.h"
+
+// A type of the layer above; this library only stores and hands back pointers.
+class CORBA_TypeCode;
+
+namespace krl_internal {
+struct DescriptionTestPeer;
+}  // namespace krl_internal
+
+class KRL_EXPORT CORBA_Exception {
+ public:
+  class KRL_EXPORT Description {
+   public:
+    // Both strings are referred to, not copied: they must outlive the object.
+    // factory is null for an abstract class, base null for the root. Joins the
+    // registry unless a Description with the same repository id is there
+    // already; then this one stays outside it, silently. The first Description
+    // of the process reads DEBUG_STATIC and, if it is set, each one traces its
+    // construction to std::cout.
+    Description(const char* name, const char* repository_id, CORBA_Exception* (*factory)(),
+                const Description* base, const CORBA_TypeCode* typeCode);
+    // Copy and assignment copy the five fields and leave the registry alone.
+    // Beware: the copy's destructor still removes the entry registered under
+    // its repository id, which is the original's.
+    Description(const Description& d);
+    Description& operator=(const Description& d);
+    // Removes the registry entry with this repository id, whichever
+    // Description it belongs to. Not thread-safe: descriptions come and go
+    // while a module loads or unloads.
+    virtual ~Description();
+
+    const char* name() const { return _name; }
+    const char* repository_id() const { return _repository_id; }
+    CORBA_Exception* (*factory() const)() { return _factory; }
+    const CORBA_TypeCode* typeCode() const { return _typeCode; }
+    void set_typeCode(const CORBA_TypeCode* tc) { _typeCode = tc; }
+
+    // 1 if target is this very object or one of its bases, by address; names
+    // and ids are not compared.
+    unsigned char can_cast(const Description& target) const;
+
+    // The registered Description of repository_id, or null if there is none
+    // or no registry yet. A null id is looked up like any other key. Does not
+    // lock; must not race with a module's load or unload.
+    static const Description* desc(const char* repository_id);
+
+   private:
+    friend struct krl_internal::DescriptionTestPeer;
+
+    void trace() const;
+
+    const char* _name;
+    const char* _repository_id;
+    CORBA_Exception* (*_factory)();
+    const Description* _base;
+    const CORBA_TypeCode* _typeCode;
+  };
+
+  CORBA_Exception(const CORBA_Exception&) {}
+  CORBA_Exception& operator=(const CORBA_Exception&) { return *this; }
+  virtual ~CORBA_Exception();
+
+  virtual const Description& _desc() const;
+  // Throws a copy of the object with the static type of its concrete class.
+  virtual void _raise() const = 0;
+  // A new heap copy; the caller owns it.
+  virtual CORBA_Exception* _deep_copy() = 0;
+  virtual const char* _name() const;
+  virtual const char* _repository_id() const;
+
+  // The same as the virtual _deep_copy(), for a const object.
+  CORBA_Exception* _deep_copy() const;
+
+  static CORBA_Exception* _downcast(CORBA_Exception* e) { return e; }
+
+  static const Description _description;
+
+ protected:
+  CORBA_Exception() {}
+};
+
+// Owns one exception object, or none.
+class KRL_EXPORT CORBA_Exception_var {
+ public:
+  CORBA_Exception_var(CORBA_Exception* e = nullptr) : _ptr(e) {}  // adopts e
+  // Holds a _deep_copy of v's exception, or null.
+  CORBA_Exception_var(const CORBA_Exception_var& v);
+  ~CORBA_Exception_var();
+
+  // Deletes the held exception and adopts e; the pointer already held is kept.
+  void operator=(CORBA_Exception* e);
+  // Deletes the held exception and holds a _deep_copy of v's, or null.
+  // Assigning a holder to itself keeps its object.
+  void operator=(const CORBA_Exception_var& v);
+
+  operator CORBA_Exception*() const { return _ptr; }
+  CORBA_Exception* operator->() const { return _ptr; }
+
+ private:
+  CORBA_Exception* _ptr;
+};
+
+#endif  // KRLPORT_EXCEPTIONS_EXCEPTION_H_

@@ -1,0 +1,556 @@
+// KRLDictionary<K, V>: the keyed container behind every registry of the
+// library, with its entry type KRLDictionaryNode<K, V> and the cursor
+// KRLDictionaryIterator<K, V>.
+//
+// Design
+//
+// Open addressing with linear probing that steps DOWNWARD. A key's home slot is
+// the top `_bits` bits of the 32-bit product _krl_hash(key) * 0x9e3779b9
+// (Fibonacci hashing: the multiplier spreads weak key hashes, such as small
+// integers or the shift-xor hash of strings, over the top bits). A probe starts
+// at the home slot and steps to slot - 1, from 0 on to the highest slot, until
+// it meets the key or an empty (null) slot. Slots hold pointers to nodes that
+// are allocated singly, so an entry never moves in memory while it is present.
+//
+// Load. After each insertion the dictionary restores `_count + 4 <= _capacity`
+// by resize(_capacity * 2), which gives four times the slots (see _size_for).
+// At least 4 slots are always empty, so every probe ends.
+//
+// Deletion. Knuth's Algorithm R (TAOCP vol. 3, 6.4), mirrored for a downward
+// probe: the hole a removed node leaves is refilled by the first node below it
+// whose probe runs through the hole, and the scan goes on from that node's old
+// slot until an empty slot. There are no tombstones; a miss stops at the first
+// empty slot, and every node stays reachable from its home slot over occupied
+// slots only.
+//
+// Hint. `_last_slot` remembers where a lookup last hit. Every use compares the
+// key found there, so a stale hint (after growth, removal or a move by
+// Algorithm R) costs one comparison and is never wrong, and a repeated lookup
+// of one key costs one comparison and no hash.
+//
+// Cached hash. Each node keeps its key's 32-bit product (`_mixed`), and a heap
+// table keeps that product, lowest bit forced to 1, beside each slot pointer
+// (0 for an empty slot). A probe passes an occupied slot whose product
+// differs without calling compare, in a heap table without touching the node;
+// Algorithm R and growth take home slots from the cached products instead of
+// hashing keys again. This only saves work: the probe order, the home slots
+// and the moves are exactly those of the rules above. It costs 4 bytes (8 with
+// padding) a node and 4 bytes a heap slot.
+//
+// Storage. The first 32 slots live inside the object (`_inline_table`), so a
+// dictionary of up to 28 entries allocates no table. The first growth moves to
+// a heap table for good. Up to 32 nodes of removed entries wait on a free list
+// (a stack) for the next insertions. Key and value are destroyed as soon as a
+// node leaves the table and are constructed anew when it is reused. Nodes and
+// tables come from the global operator new and go back to operator delete.
+//
+// Allocation failure. std::bad_alloc from a node or a table propagates out of
+// insert/add/resize, and the dictionary is left exactly as it was before the
+// call; a null node is never stored.
+//
+// Keys. The key type supplies `unsigned long _krl_hash(const K&)` and
+// `long compare(const K&, const K&)` (0 for equal keys), found unqualified.
+//
+// Thread-safety: none. Lookups write `_last_slot`, so every access, reads
+// included, must be under one lock of the caller's or confined to one thread.
+#ifndef KRLPORT_FRAME_DICTIONARY_H_
+#define KRLPORT_FRAME_DICTIONARY_H_
+
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <utility>
+
+#include "krlport/exceptions/system_exception.h"
+
+// One entry, allocated singly: the key, then the value, both owned, then the
+// key's mixed hash.
+template <class K, class V>
+struct KRLDictionaryNode {
+  KRLDictionaryNode(const K& key, const V& value, std::uint32_t mixed)
+      : _key(key), _value(value), _mixed(mixed) {}
+
+  K _key;
+  V _value;
+  // _krl_hash(_key) * 0x9e3779b9 modulo 2^32, fixed while the node holds the
+  // entry. Probes reject other keys by it without calling compare, and moves
+  // and growth take the home slot from it without calling _krl_hash.
+  std::uint32_t _mixed;
+};
+
+namespace krl_internal {
+
+// 2^32 divided by the golden ratio. Odd, so multiplying by it permutes the
+// 32-bit values: two keys have equal mixed hashes only if their hashes are
+// equal.
+constexpr std::uint32_t kDictionaryMultiplier = 0x9e3779b9u;
+static_assert(kDictionaryMultiplier % 2 == 1, "the multiplier must be odd");
+
+constexpr unsigned long kDictionaryInlineSlots = 32;
+constexpr unsigned long kDictionaryInlineBits = 5;
+constexpr unsigned short kDictionaryFreeNodes = 32;
+// Slots kept empty after every insertion.
+constexpr unsigned long kDictionarySpareSlots = 4;
+
+// log2 of the capacity for a size request n (0 counts as 16): the number of
+// significant bits of n, one more if n is not a power of two. So 16 gives 32
+// slots, 64 gives 128 and 17 gives 64. The home slot is computed in 32 bits and
+// addresses at most 2^32 slots, and slot words (see below) keep one bit less:
+// a request for more than 2^31 slots is an allocation failure.
+inline unsigned long dictionary_bits_for(unsigned long n) {
+  if (n == 0) n = 16;
+  unsigned long bits = 0;
+  for (unsigned long v = n; v != 0; v >>= 1) ++bits;
+  if ((n & (n - 1)) != 0) ++bits;
+  if (bits > 31) throw std::bad_alloc();
+  return bits;
+}
+
+static_assert(kDictionaryInlineSlots == 1UL << kDictionaryInlineBits,
+              "the inline table is the table of the size request 16");
+
+inline std::uint32_t dictionary_mix(unsigned long hash) {
+  return static_cast<std::uint32_t>(hash) * kDictionaryMultiplier;
+}
+
+// Home slot in a table of 2^bits slots: the top `bits` bits of the mixed hash.
+inline unsigned long dictionary_home_slot(std::uint32_t mixed, unsigned long bits) {
+  return static_cast<unsigned long>(mixed >> (32 - bits));
+}
+
+// Slot word of a heap table: the mixed hash with its lowest bit set, so that
+// 0 means an empty slot. The home slot, made of the top bits only, can be read
+// from it in any table of at most 2^31 slots.
+inline std::uint32_t dictionary_word(std::uint32_t mixed) { return mixed | 1u; }
+
+// True when a node in slot i whose home slot is r can be reached without
+// passing slot j, for a probe that steps downward: r lies cyclically in [i, j).
+inline bool dictionary_home_between(unsigned long i, unsigned long r, unsigned long j) {
+  return (i <= r && r < j) || (r < j && j < i) || (j < i && i <= r);
+}
+
+// The table and its algorithms, written once for every dictionary type that
+// has the fields of KRLDictionary under their names (whatever else lies
+// between them) and the member types key_type, mapped_type and node_type.
+// The callers own the locking, if any.
+//
+// A heap table is one block: `_capacity` node pointers, then `_capacity` slot
+// words (see dictionary_word) that mirror them. A probe of a large table reads
+// the words and touches a node only when its word matches; Algorithm R and
+// growth read home slots from the words. The inline table has no words: its
+// few nodes stay in cache, and their `_mixed` serves instead.
+template <class Dict>
+struct DictionaryCore {
+  using Key = typename Dict::key_type;
+  using Value = typename Dict::mapped_type;
+  using Node = typename Dict::node_type;
+
+  // "No slot": a miss.
+  static constexpr unsigned long kNone = ~0UL;
+
+  // The state after construction: 32 inline slots, nothing free, no hint.
+  static void init(Dict& d) {
+    d._capacity = kDictionaryInlineSlots;
+    d._count = 0;
+    d._table = d._inline_table;
+    std::uninitialized_fill_n(d._inline_table, kDictionaryInlineSlots, nullptr);
+    d._free_count = 0;
+    std::uninitialized_fill_n(d._free_nodes, kDictionaryFreeNodes, nullptr);
+    d._last_slot = 0;
+    d._bits = kDictionaryInlineBits;
+    d._mask = kDictionaryInlineSlots - 1;
+    d._cleanup = nullptr;
+  }
+
+  // Drops every entry (with _cleanup if asked), then frees the heap table and
+  // the free nodes, the last pushed first.
+  static void destroy(Dict& d, bool run_cleanup) {
+    clear(d, run_cleanup);
+    if (d._table != d._inline_table) ::operator delete(d._table);
+    while (d._free_count != 0) ::operator delete(d._free_nodes[--d._free_count]);
+  }
+
+  static bool has_words(const Dict& d) { return d._table != d._inline_table; }
+  static std::uint32_t* words(const Dict& d) {
+    return reinterpret_cast<std::uint32_t*>(d._table + d._capacity);
+  }
+
+  // Stores `node` (or null) in a slot, keeping the word in step.
+  static void put(Dict& d, unsigned long slot, Node* node) {
+    d._table[slot] = node;
+    if (has_words(d)) words(d)[slot] = node == nullptr ? 0 : dictionary_word(node->_mixed);
+  }
+
+  static std::uint32_t mix(const Key& key) { return dictionary_mix(_krl_hash(key)); }
+
+  // The key's node, or null. `slot` receives the key's slot, or the empty
+  // slot that ends its probe. Equal keys have equal hashes, so a node with
+  // another mixed hash is passed without compare; a miss in a heap table
+  // reads no slot pointer at all.
+  static Node* probe(const Dict& d, const Key& key, std::uint32_t mixed, unsigned long& slot) {
+    Node* const* table = d._table;
+    slot = dictionary_home_slot(mixed, d._bits);
+    if (!has_words(d)) {
+      for (;; slot = (slot - 1) & d._mask) {
+        Node* node = table[slot];
+        if (node == nullptr || (node->_mixed == mixed && compare(node->_key, key) == 0)) {
+          return node;
+        }
+      }
+    }
+    const std::uint32_t* word_of = words(d);
+    const std::uint32_t word = dictionary_word(mixed);
+    for (;; slot = (slot - 1) & d._mask) {
+      const std::uint32_t w = word_of[slot];
+      if (w == 0) return nullptr;
+      if (w != word) continue;
+      Node* node = table[slot];
+      if (node->_mixed == mixed && compare(node->_key, key) == 0) return node;
+    }
+  }
+
+  static unsigned long find_slot(const Dict& d, const Key& key) {
+    unsigned long slot;
+    probe(d, key, mix(key), slot);
+    return slot;
+  }
+
+  // `_last_slot` if it holds the key, else kNone. A hint left beyond the table
+  // by a resize to fewer slots names no slot of the current table.
+  static unsigned long hint_slot(const Dict& d, const Key& key) {
+    const unsigned long slot = d._last_slot;
+    if (slot >= d._capacity) return kNone;
+    const Node* node = d._table[slot];
+    return node != nullptr && compare(node->_key, key) == 0 ? slot : kNone;
+  }
+
+  // The node of a present key for get/lookup, or null. A probe hit becomes
+  // the hint; a hint hit leaves it.
+  static Node* lookup_node(Dict& d, const Key& key) {
+    unsigned long slot = hint_slot(d, key);
+    if (slot != kNone) return d._table[slot];
+    Node* node = probe(d, key, mix(key), slot);
+    if (node != nullptr) d._last_slot = slot;
+    return node;
+  }
+
+  // The slot of a present key for remove/take/extract, or kNone. Sets
+  // `hint_hit` when the hint held the key; the caller then resets the hint to 0
+  // after the removal. A probe hit leaves the hint alone.
+  static unsigned long removal_slot(const Dict& d, const Key& key, bool& hint_hit) {
+    unsigned long slot = hint_slot(d, key);
+    hint_hit = slot != kNone;
+    if (hint_hit) return slot;
+    return probe(d, key, mix(key), slot) == nullptr ? kNone : slot;
+  }
+
+  // Gives the storage of a node whose key and value are destroyed back to the
+  // free list, or to operator delete when the list is full.
+  static void release_storage(Dict& d, void* storage) {
+    if (d._free_count < kDictionaryFreeNodes) {
+      d._free_nodes[d._free_count++] = static_cast<Node*>(storage);
+    } else {
+      ::operator delete(storage);
+    }
+  }
+
+  // A node from the free list, or a new one, with key and value copied in. If
+  // the allocation or a copy throws, nothing has changed.
+  static Node* new_node(Dict& d, const Key& key, const Value& value, std::uint32_t mixed) {
+    void* storage =
+        d._free_count != 0 ? d._free_nodes[--d._free_count] : ::operator new(sizeof(Node));
+    try {
+      return ::new (storage) Node(key, value, mixed);
+    } catch (...) {
+      release_storage(d, storage);
+      throw;
+    }
+  }
+
+  static void free_node(Dict& d, Node* node) {
+    node->~Node();
+    release_storage(d, node);
+  }
+
+  // Stores a new entry in `slot`, the empty slot that ended the key's probe,
+  // makes it the hint if asked, and grows the table if fewer than 4 slots stay
+  // empty. If the node or the grown table cannot be had, std::bad_alloc leaves
+  // the dictionary as it was.
+  static void insert_at(Dict& d, unsigned long slot, const Key& key, const Value& value,
+                        std::uint32_t mixed, bool set_hint) {
+    Node* node = new_node(d, key, value, mixed);
+    const unsigned long old_hint = d._last_slot;
+    put(d, slot, node);
+    if (set_hint) d._last_slot = slot;
+    ++d._count;
+    if (d._count + kDictionarySpareSlots <= d._capacity) return;
+    try {
+      resize(d, d._capacity * 2);
+    } catch (...) {
+      // The slot was empty and ended the probe, so no chain ran through it:
+      // emptying it again restores the table exactly.
+      put(d, slot, nullptr);
+      --d._count;
+      d._last_slot = old_hint;
+      free_node(d, node);
+      throw;
+    }
+  }
+
+  // insert and add: false, changing nothing, if the key is present.
+  static bool add(Dict& d, const Key& key, const Value& value) {
+    const std::uint32_t mixed = mix(key);
+    unsigned long slot;
+    if (probe(d, key, mixed, slot) != nullptr) return false;
+    insert_at(d, slot, key, value, mixed, true);
+    return true;
+  }
+
+  // Capacity for a size request; see dictionary_bits_for.
+  static unsigned long size_for(unsigned long size) { return 1UL << dictionary_bits_for(size); }
+
+  // Moves every node into a new, zeroed heap table for the size request
+  // `size`, visiting the old slots in ascending order. A request too small for
+  // `_count + 4` entries is doubled until it fits. The new table is allocated
+  // before anything changes. `_last_slot` is left as it is.
+  static void resize(Dict& d, unsigned long size) {
+    unsigned long bits = dictionary_bits_for(size);
+    while ((1UL << bits) < d._count + kDictionarySpareSlots) {
+      if (++bits > 31) throw std::bad_alloc();
+    }
+    const unsigned long capacity = 1UL << bits;
+    static_assert(alignof(Node*) % alignof(std::uint32_t) == 0, "words follow the pointers");
+    const unsigned long table_bytes = capacity * (sizeof(Node*) + sizeof(std::uint32_t));
+    Node** table = static_cast<Node**>(::operator new(table_bytes));
+    std::uninitialized_fill_n(table, capacity, nullptr);
+    std::uninitialized_fill_n(reinterpret_cast<std::uint32_t*>(table + capacity), capacity, 0u);
+
+    Node** const old_table = d._table;
+    const unsigned long old_capacity = d._capacity;
+    const unsigned long old_count = d._count;
+    d._table = table;
+    d._capacity = capacity;
+    d._bits = bits;
+    d._mask = capacity - 1;
+    d._count = 0;
+    if (old_count != 0 && old_capacity != 0) {
+      std::uint32_t* const word_of = words(d);
+      for (unsigned long s = 0; s < old_capacity; ++s) {
+        Node* node = old_table[s];
+        if (node == nullptr) continue;
+        // Keys are unique, so the probe can only end at an empty slot: no
+        // comparison is needed to find it.
+        unsigned long slot = dictionary_home_slot(node->_mixed, bits);
+        while (word_of[slot] != 0) slot = (slot - 1) & d._mask;
+        put(d, slot, node);
+        ++d._count;
+      }
+    }
+    if (old_table != d._inline_table) ::operator delete(old_table);
+  }
+
+  // Algorithm R for a downward probe: frees the node in `slot` (after
+  // _cleanup if asked and set) and closes the hole.
+  static void remove_slot(Dict& d, unsigned long slot, bool run_cleanup) {
+    Node** const table = d._table;
+    Node* node = table[slot];
+    if (run_cleanup && d._cleanup != nullptr) d._cleanup(node->_key, node->_value);
+    free_node(d, node);
+    unsigned long hole = slot;
+    table[hole] = nullptr;
+    if (has_words(d)) {
+      std::uint32_t* const word_of = words(d);
+      word_of[hole] = 0;
+      for (unsigned long i = hole;;) {
+        i = (i - 1) & d._mask;
+        const std::uint32_t w = word_of[i];
+        if (w == 0) break;
+        if (dictionary_home_between(i, dictionary_home_slot(w, d._bits), hole)) continue;
+        table[hole] = table[i];
+        word_of[hole] = w;
+        table[i] = nullptr;
+        word_of[i] = 0;
+        hole = i;
+      }
+    } else {
+      for (unsigned long i = hole;;) {
+        i = (i - 1) & d._mask;
+        Node* below = table[i];
+        if (below == nullptr) break;
+        if (dictionary_home_between(i, dictionary_home_slot(below->_mixed, d._bits), hole)) {
+          continue;
+        }
+        table[hole] = below;
+        table[i] = nullptr;
+        hole = i;
+      }
+    }
+    --d._count;
+  }
+
+  // Drops all entries in ascending slot order (with _cleanup if asked and
+  // set). The table keeps its size; the hint is left as it is.
+  static void clear(Dict& d, bool run_cleanup) {
+    for (unsigned long s = 0; d._count != 0 && s < d._capacity; ++s) {
+      Node* node = d._table[s];
+      if (node == nullptr) continue;
+      if (run_cleanup && d._cleanup != nullptr) d._cleanup(node->_key, node->_value);
+      free_node(d, node);
+      --d._count;
+      put(d, s, nullptr);
+    }
+  }
+};
+
+}  // namespace krl_internal
+
+// Open-addressing hash map from K to V; see the design notes above. Keys and
+// values are copied in. No copy operation: the object points into itself while
+// the inline table is in use.
+//
+// The fields are public: users read `_count` for the number of entries, and
+// only the operations below write any of them.
+template <class K, class V>
+class KRLDictionary {
+ public:
+  typedef K key_type;
+  typedef V mapped_type;
+  typedef KRLDictionaryNode<K, V> node_type;
+  // Called with the key and value of an entry that remove, take or clear
+  // drops (not extract). The library never installs one.
+  typedef void (*cleanup_type)(K, V);
+
+  KRLDictionary() { Core::init(*this); }
+  // clear (with _cleanup), then frees the heap table and the free nodes.
+  ~KRLDictionary() { Core::destroy(*this, true); }
+  KRLDictionary(const KRLDictionary&) = delete;
+  KRLDictionary& operator=(const KRLDictionary&) = delete;
+
+  // Adds an entry; a present key throws CORBA_BAD_PARAM and changes nothing.
+  void insert(K key, V value) {
+    if (!Core::add(*this, key, value)) throw CORBA_BAD_PARAM();
+  }
+
+  // Adds an entry and gives true; a present key gives false, changing nothing.
+  bool add(K key, V value) { return Core::add(*this, key, value); }
+
+  // Probes without using or setting the hint.
+  bool contains(const K& key) const {
+    unsigned long slot;
+    return Core::probe(*this, key, Core::mix(key), slot) != nullptr;
+  }
+
+  // A copy of the key's value; a missing key throws CORBA_OBJECT_NOT_EXIST.
+  V get(const K& key) {
+    const node_type* node = Core::lookup_node(*this, key);
+    if (node == nullptr) throw CORBA_OBJECT_NOT_EXIST();
+    return node->_value;
+  }
+
+  // Copies the key's value into `value` and gives true, or gives false and
+  // leaves `value` alone.
+  bool lookup(const K& key, V& value) {
+    const node_type* node = Core::lookup_node(*this, key);
+    if (node == nullptr) return false;
+    value = node->_value;
+    return true;
+  }
+
+  // Drops the key's entry, calling _cleanup, and gives true; or gives false.
+  bool remove(const K& key) {
+    bool hint_hit;
+    const unsigned long slot = Core::removal_slot(*this, key, hint_hit);
+    if (slot == Core::kNone) return false;
+    _remove_slot(slot, true);
+    if (hint_hit) _last_slot = 0;
+    return true;
+  }
+
+  // Drops the key's entry, calling _cleanup, and gives its value; a missing
+  // key throws CORBA_OBJECT_NOT_EXIST.
+  V take(const K& key) {
+    bool hint_hit;
+    const unsigned long slot = Core::removal_slot(*this, key, hint_hit);
+    if (slot == Core::kNone) throw CORBA_OBJECT_NOT_EXIST();
+    V value(_table[slot]->_value);
+    _remove_slot(slot, true);
+    if (hint_hit) _last_slot = 0;
+    return value;
+  }
+
+  // Moves the key's value into `value` and drops the entry WITHOUT calling
+  // _cleanup: the caller takes over what the value refers to. Gives false for
+  // a missing key.
+  bool extract(const K& key, V& value) {
+    bool hint_hit;
+    const unsigned long slot = Core::removal_slot(*this, key, hint_hit);
+    if (slot == Core::kNone) return false;
+    value = std::move(_table[slot]->_value);
+    _remove_slot(slot, false);
+    if (hint_hit) _last_slot = 0;
+    return true;
+  }
+
+  // Drops every entry, calling _cleanup for each. The table keeps its size.
+  void clear() { Core::clear(*this, true); }
+
+  // Moves the entries into a new heap table for the size request `size` (0
+  // counts as 16; see _size_for). Insertion calls it with _capacity * 2.
+  void resize(unsigned long size) { Core::resize(*this, size); }
+
+  // Internal operations the above rest on.
+  unsigned long _find_slot(const K& key) const { return Core::find_slot(*this, key); }
+  static unsigned long _size_for(unsigned long size) { return Core::size_for(size); }
+  node_type* _new_node(K key, V value) { return Core::new_node(*this, key, value, Core::mix(key)); }
+  void _free_node(node_type* node) { Core::free_node(*this, node); }
+  void _remove_slot(unsigned long slot, bool run_cleanup) {
+    Core::remove_slot(*this, slot, run_cleanup);
+  }
+
+  unsigned long _capacity;  // slots, a power of two
+  unsigned long _count;     // occupied slots
+  node_type** _table;       // _inline_table or a heap block of _capacity slots and words
+  node_type* _inline_table[krl_internal::kDictionaryInlineSlots];
+  unsigned short _free_count;                                  // nodes on the free list, 0 to 32
+  node_type* _free_nodes[krl_internal::kDictionaryFreeNodes];  // a stack
+  unsigned long _last_slot;  // hint: slot of the last hit; always re-checked
+  unsigned long _bits;       // log2(_capacity)
+  unsigned long _mask;       // _capacity - 1
+  cleanup_type _cleanup;     // null: no call
+
+ private:
+  typedef krl_internal::DictionaryCore<KRLDictionary> Core;
+};
+
+// Cursor over the occupied slots of a dictionary in ascending slot order. It
+// sees the table as it is at each call: an insertion or removal in between may
+// move entries past it or make it visit one twice.
+template <class K, class V>
+class KRLDictionaryIterator {
+ public:
+  explicit KRLDictionaryIterator(KRLDictionary<K, V>* dict) : _dict(dict), _index(-1) {}
+
+  // The node of the next occupied slot above _index, or null when none is
+  // left (then _index rests at _capacity).
+  KRLDictionaryNode<K, V>* next() {
+    const long capacity = static_cast<long>(_dict->_capacity);
+    while (++_index < capacity) {
+      KRLDictionaryNode<K, V>* node = _dict->_table[_index];
+      if (node != nullptr) return node;
+    }
+    _index = capacity;
+    return nullptr;
+  }
+
+  // The node in the slot at _index; null before the first next() and after
+  // the last.
+  KRLDictionaryNode<K, V>* current() const {
+    if (_index < 0 || _index >= static_cast<long>(_dict->_capacity)) return nullptr;
+    return _dict->_table[_index];
+  }
+
+  KRLDictionary<K, V>* _dict;
+  long _index;
+};
+
+#endif  // KRLPORT_FRAME_DICTIONARY_H_

@@ -1,0 +1,16 @@
+// The exported interface of libkrlport_r_6.so, family by family.
+#ifndef KRLPORT_KRLPORT_H_
+#define KRLPORT_KRLPORT_H_
+
+#include "krlport/frame/corba.h"
+#include "krlport/frame/dictionary.h"
+#include "krlport/frame/port_lib_manager.h"
+#include "krlport/frame/string_var.h"
+#include "krlport/frame/string_wrapper.h"
+#include "krlport/frame/wstring_var.h"
+
+#include "krlport/exceptions/exception.h"
+#include "krlport/exceptions/system_exception.h"
+#include "krlport/exceptions/user_exception.h"
+
+#endif  // KRLPORT_KRLPORT_H_
