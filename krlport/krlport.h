@@ -5,6 +5,7 @@
 #include "krlport/frame/corba.h"
 #include "krlport/frame/dictionary.h"
 #include "krlport/frame/port_lib_manager.h"
+#include "krlport/frame/rw_dictionary.h"
 #include "krlport/frame/string_var.h"
 #include "krlport/frame/string_wrapper.h"
 #include "krlport/frame/wstring_var.h"
@@ -12,5 +13,15 @@
 #include "krlport/exceptions/exception.h"
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/exceptions/user_exception.h"
+
+#include "krlport/threads/condition.h"
+#include "krlport/threads/mutex.h"
+#include "krlport/threads/rw_lock.h"
+#include "krlport/threads/spin_mutex.h"
+#include "krlport/threads/unique_id.h"
+
+#include "krlport/portable/base_util.h"
+#include "krlport/portable/host_records.h"
+#include "krlport/portable/portable.h"
 
 #endif  // KRLPORT_KRLPORT_H_

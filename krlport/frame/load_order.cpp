@@ -7,6 +7,11 @@
 #include "krlport/exceptions/exception.h"
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/exceptions/user_exception.h"
+#include "krlport/portable/portable.h"
+#include "krlport/threads/mutex.h"
+
+// Static mutexes first: they need nothing but the platform lock.
+KRLMutex KRLPortable::_mutex;
 
 // The standard system exceptions. Their base, CORBA::SystemException, is built
 // further down: a Description keeps only its base's address, and nothing walks

@@ -56,4 +56,55 @@ void append_utf8(std::string& out, const unsigned short* s, std::size_t n) {
   }
 }
 
+namespace {
+
+// Length of the UTF-8 sequence that lead byte b starts, and the smallest code
+// point that length may carry (anything less is an overlong form); 0 for a
+// byte that can't start a sequence.
+int utf8_sequence_length(unsigned char b, unsigned long& min_cp) {
+  min_cp = 0;
+  if (b < 0x80) return 1;
+  if (b >= 0xC2 && b <= 0xDF) {
+    min_cp = 0x80;
+    return 2;
+  }
+  if (b >= 0xE0 && b <= 0xEF) {
+    min_cp = 0x800;
+    return 3;
+  }
+  if (b >= 0xF0 && b <= 0xF4) {
+    min_cp = 0x10000;
+    return 4;
+  }
+  return 0;
+}
+
+}  // namespace
+
+bool utf8_to_utf16(const char* s, std::size_t n, unsigned short* out) {
+  const unsigned char* p = reinterpret_cast<const unsigned char*>(s);
+  std::size_t i = 0;
+  while (i < n) {
+    unsigned long min_cp = 0;
+    const int len = utf8_sequence_length(p[i], min_cp);
+    if (len == 0 || n - i < static_cast<std::size_t>(len)) return false;
+    unsigned long cp = len == 1 ? p[i] : p[i] & (0x7F >> len);
+    for (int k = 1; k < len; ++k) {
+      if ((p[i + k] & 0xC0) != 0x80) return false;
+      cp = (cp << 6) | (p[i + k] & 0x3F);
+    }
+    if (cp < min_cp || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return false;
+    if (cp >= 0x10000) {
+      cp -= 0x10000;
+      *out++ = static_cast<unsigned short>(0xD800 + (cp >> 10));
+      *out++ = static_cast<unsigned short>(0xDC00 + (cp & 0x3FF));
+    } else {
+      *out++ = static_cast<unsigned short>(cp);
+    }
+    i += static_cast<std::size_t>(len);
+  }
+  *out = 0;
+  return true;
+}
+
 }  // namespace krl_internal

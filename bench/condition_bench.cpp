@@ -1,0 +1,119 @@
+// KRLCondition against std::condition_variable: a ping-pong between two
+// threads on different processors, each waking the other in turn. One
+// iteration is one round trip: two signals and two waits.
+#include <pthread.h>
+#include <sched.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include <benchmark/benchmark.h>
+
+#include "krlport/threads/condition.h"
+
+namespace {
+
+// glibc takes shortcuts until a process has started its first thread; measure
+// the multi-threaded paths that a host runs on.
+const bool kThreadStarted = [] {
+  std::thread([] {}).join();
+  return true;
+}();
+
+// Pins the calling thread to a processor of its own for the length of a
+// run, and gives it its old affinity back afterwards.
+class PinnedThread {
+ public:
+  explicit PinnedThread(int index) {
+    pthread_getaffinity_np(pthread_self(), sizeof _old, &_old);
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(index % CPU_COUNT(&_old), &one);
+    pthread_setaffinity_np(pthread_self(), sizeof one, &one);
+  }
+  ~PinnedThread() { pthread_setaffinity_np(pthread_self(), sizeof _old, &_old); }
+
+ private:
+  cpu_set_t _old;
+};
+
+// The partner waits for turn 1, hands back turn 0 and signals. Both sides
+// signal while they hold the mutex, as callers usually do.
+void BM_KRLConditionPingPong(benchmark::State& state) {
+  KRLMutex m;
+  KRLCondition c;
+  int turn = 0;  // guarded by m
+  bool stop = false;
+  PinnedThread pinned(0);
+  std::thread partner([&] {
+    PinnedThread partner_pinned(1);
+    KRLMutex_var g(m, 1);
+    for (;;) {
+      while (turn != 1 && !stop) c.wait(m);
+      if (stop) break;
+      turn = 0;
+      c.signal();
+    }
+  });
+  for (auto _ : state) {
+    KRLMutex_var g(m, 1);
+    turn = 1;
+    c.signal();
+    while (turn != 0) c.wait(m);
+  }
+  {
+    KRLMutex_var g(m, 1);
+    stop = true;
+    c.signal();
+  }
+  partner.join();
+}
+BENCHMARK(BM_KRLConditionPingPong)->UseRealTime();
+
+void BM_StdConditionVariablePingPong(benchmark::State& state) {
+  std::mutex m;
+  std::condition_variable c;
+  int turn = 0;  // guarded by m
+  bool stop = false;
+  PinnedThread pinned(0);
+  std::thread partner([&] {
+    PinnedThread partner_pinned(1);
+    std::unique_lock<std::mutex> g(m);
+    for (;;) {
+      while (turn != 1 && !stop) c.wait(g);
+      if (stop) break;
+      turn = 0;
+      c.notify_one();
+    }
+  });
+  for (auto _ : state) {
+    std::unique_lock<std::mutex> g(m);
+    turn = 1;
+    c.notify_one();
+    while (turn != 0) c.wait(g);
+  }
+  {
+    std::lock_guard<std::mutex> g(m);
+    stop = true;
+    c.notify_one();
+  }
+  partner.join();
+}
+BENCHMARK(BM_StdConditionVariablePingPong)->UseRealTime();
+
+// Signals nobody waits for: the cost a signalling thread pays when every
+// waiter is busy.
+void BM_KRLConditionSignalNoWaiter(benchmark::State& state) {
+  KRLCondition c;
+  for (auto _ : state) c.signal();
+}
+BENCHMARK(BM_KRLConditionSignalNoWaiter);
+
+void BM_StdConditionVariableNotifyNoWaiter(benchmark::State& state) {
+  std::condition_variable c;
+  for (auto _ : state) c.notify_one();
+}
+BENCHMARK(BM_StdConditionVariableNotifyNoWaiter);
+
+}  // namespace

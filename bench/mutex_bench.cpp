@@ -1,0 +1,117 @@
+// KRLMutex against a recursive pthread_mutex_t: uncontended lock and unlock,
+// re-entry by the owner, and two threads on different processors taking turns.
+#include <pthread.h>
+#include <sched.h>
+
+#include <thread>
+
+#include <benchmark/benchmark.h>
+
+#include "krlport/threads/mutex.h"
+
+namespace {
+
+// glibc takes shortcuts until a process has started its first thread; measure
+// the multi-threaded paths that a host runs on.
+const bool kThreadStarted = [] {
+  std::thread([] {}).join();
+  return true;
+}();
+
+pthread_mutex_t* recursive_pthread_mutex() {
+  static pthread_mutex_t m = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+  return &m;
+}
+
+// Pins the calling benchmark thread to a processor of its own for the
+// length of a run, and gives it its old affinity back afterwards.
+class PinnedThread {
+ public:
+  explicit PinnedThread(int index) {
+    pthread_getaffinity_np(pthread_self(), sizeof _old, &_old);
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(index % CPU_COUNT(&_old), &one);
+    pthread_setaffinity_np(pthread_self(), sizeof one, &one);
+  }
+  ~PinnedThread() { pthread_setaffinity_np(pthread_self(), sizeof _old, &_old); }
+
+ private:
+  cpu_set_t _old;
+};
+
+void BM_KRLMutexLockUnlock(benchmark::State& state) {
+  KRLMutex m;
+  for (auto _ : state) {
+    m.lock();
+    m.unlock();
+  }
+}
+BENCHMARK(BM_KRLMutexLockUnlock);
+
+void BM_PthreadRecursiveLockUnlock(benchmark::State& state) {
+  pthread_mutex_t* m = recursive_pthread_mutex();
+  for (auto _ : state) {
+    pthread_mutex_lock(m);
+    pthread_mutex_unlock(m);
+  }
+}
+BENCHMARK(BM_PthreadRecursiveLockUnlock);
+
+// The owner takes the mutex once more and gives that level back.
+void BM_KRLMutexReentry(benchmark::State& state) {
+  KRLMutex m;
+  m.lock();
+  for (auto _ : state) {
+    m.lock();
+    m.unlock();
+  }
+  m.unlock();
+}
+BENCHMARK(BM_KRLMutexReentry);
+
+void BM_PthreadRecursiveReentry(benchmark::State& state) {
+  pthread_mutex_t* m = recursive_pthread_mutex();
+  pthread_mutex_lock(m);
+  for (auto _ : state) {
+    pthread_mutex_lock(m);
+    pthread_mutex_unlock(m);
+  }
+  pthread_mutex_unlock(m);
+}
+BENCHMARK(BM_PthreadRecursiveReentry);
+
+void BM_KRLMutexVarScope(benchmark::State& state) {
+  KRLMutex m;
+  for (auto _ : state) {
+    KRLMutex_var guard(m, 1);
+  }
+}
+BENCHMARK(BM_KRLMutexVarScope);
+
+// Two threads on two processors increment one counter under the lock.
+long g_counter = 0;
+
+void BM_KRLMutexContended(benchmark::State& state) {
+  static KRLMutex m;
+  PinnedThread pin(state.thread_index());
+  for (auto _ : state) {
+    m.lock();
+    benchmark::DoNotOptimize(++g_counter);
+    m.unlock();
+  }
+}
+BENCHMARK(BM_KRLMutexContended)->Threads(2)->UseRealTime();
+
+void BM_PthreadRecursiveContended(benchmark::State& state) {
+  pthread_mutex_t* m = recursive_pthread_mutex();
+  PinnedThread pin(state.thread_index());
+  for (auto _ : state) {
+    pthread_mutex_lock(m);
+    benchmark::DoNotOptimize(++g_counter);
+    pthread_mutex_unlock(m);
+  }
+}
+BENCHMARK(BM_PthreadRecursiveContended)->Threads(2)->UseRealTime();
+
+}  // namespace

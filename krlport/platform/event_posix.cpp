@@ -1,0 +1,95 @@
+// The event as a futex word (futex(2)). A limited wait sleeps with
+// FUTEX_WAIT_BITSET and an absolute CLOCK_MONOTONIC deadline, so a wait that
+// a signal interrupts goes back to sleep for exactly the time that is left,
+// and a change of the wall clock does not move the deadline.
+#include "krlport/platform/event.h"
+
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "krlport/platform/fatal.h"
+
+namespace krl_internal {
+namespace {
+
+static_assert(sizeof(std::atomic<std::uint32_t>) == sizeof(std::uint32_t) &&
+                  std::atomic<std::uint32_t>::is_always_lock_free,
+              "the kernel sees the event word as a plain 32-bit futex");
+
+std::atomic<EventSleepCall> g_sleep_call{&event_futex_sleep};
+
+// The kernel reads the futex word through its address; std::atomic of a
+// lock-free 32-bit type has the layout of the plain word.
+std::uint32_t* futex_address(std::atomic<std::uint32_t>* word) {
+  return reinterpret_cast<std::uint32_t*>(word);
+}
+
+timespec deadline_after(std::uint32_t ms) {
+  timespec t;
+  // CLOCK_MONOTONIC exists on every Linux this library runs on.
+  if (clock_gettime(CLOCK_MONOTONIC, &t) != 0) fatal_error("clock_gettime", errno);
+  t.tv_sec += static_cast<time_t>(ms / 1000);
+  t.tv_nsec += static_cast<long>(ms % 1000) * 1000000L;
+  if (t.tv_nsec >= 1000000000L) {
+    t.tv_nsec -= 1000000000L;
+    ++t.tv_sec;
+  }
+  return t;
+}
+
+}  // namespace
+
+int event_futex_sleep(std::atomic<std::uint32_t>* word, std::uint32_t expected,
+                      const timespec* deadline) {
+  return static_cast<int>(syscall(SYS_futex, futex_address(word),
+                                  FUTEX_WAIT_BITSET | FUTEX_PRIVATE_FLAG, expected, deadline,
+                                  nullptr, FUTEX_BITSET_MATCH_ANY));
+}
+
+EventSleepCall set_event_sleep_call(EventSleepCall call) {
+  return g_sleep_call.exchange(call != nullptr ? call : &event_futex_sleep);
+}
+
+void Event::set() {
+  std::atomic<std::uint32_t>* const word = &_word;
+  if (word->exchange(kSet, std::memory_order_release) != kSleeping) return;
+  // From here on the event may be gone: only its address is used.
+  if (syscall(SYS_futex, futex_address(word), FUTEX_WAKE | FUTEX_PRIVATE_FLAG, 1, nullptr, nullptr,
+              0) < 0) {
+    fatal_error("futex(FUTEX_WAKE)", errno);
+  }
+}
+
+EventWait Event::wait(std::uint32_t limit_ms) {
+  std::uint32_t word = _word.load(std::memory_order_acquire);
+  if (word == kSet) return EventWait::kSignalled;
+  if (limit_ms == 0) return EventWait::kTimedOut;
+  timespec deadline;
+  const timespec* limit = nullptr;
+  if (limit_ms != kWaitForever) {
+    deadline = deadline_after(limit_ms);
+    limit = &deadline;
+  }
+  // Announce the sleep; failing that, the setter came first.
+  if (!_word.compare_exchange_strong(word, kSleeping, std::memory_order_acquire)) {
+    return EventWait::kSignalled;
+  }
+  const EventSleepCall sleep = g_sleep_call.load(std::memory_order_relaxed);
+  for (;;) {
+    const int result = sleep(&_word, kSleeping, limit);
+    const int err = errno;
+    if (_word.load(std::memory_order_acquire) == kSet) return EventWait::kSignalled;
+    // 0 without the word set is a spurious wake-up; EAGAIN cannot happen
+    // without the set, but is harmless; EINTR sleeps again until the same
+    // deadline.
+    if (result == 0 || err == EAGAIN || err == EINTR) continue;
+    if (err == ETIMEDOUT) return EventWait::kTimedOut;
+    errno = err;
+    return EventWait::kFailed;
+  }
+}
+
+}  // namespace krl_internal

@@ -1,0 +1,114 @@
+// Internal: the platform's recursive lock, the object behind KRLMutex.
+//
+// A lock is owned by the thread that acquired it and is recursive: the owner
+// may acquire it again and must release it as often. It lives in caller-owned
+// LockStorage (see krlport/threads/mutex.h), constructed there in place.
+//
+// Design: one word says whether the lock is held and whether anyone may be
+// asleep on it; the owner's thread id and the depth sit beside it. The fast
+// paths below (free lock, re-entry, release without sleepers) are inline and
+// make no system call; a thread that finds the lock held sleeps in the
+// system's wait-on-address call, out of line in lock_<system>.cpp. The owner
+// field makes re-entry a compare and an increment. Calls that cannot fail and
+// still do (a release by a thread that does not own the lock, a destroy of a
+// lock the destroying thread holds) abort the process naming the call.
+#ifndef KRLPORT_PLATFORM_LOCK_H_
+#define KRLPORT_PLATFORM_LOCK_H_
+
+#include <atomic>
+#include <new>
+
+#include "krlport/platform/thread.h"
+#include "krlport/threads/mutex.h"
+
+namespace krl_internal {
+
+struct RecursiveLock {
+  // 0 free; 1 held, nobody asleep; 2 held, a thread may be asleep on it.
+  std::atomic<int> word;
+  // Id of the owner thread, 0 while free. Written by the owner only; any
+  // thread may read it, and only the owner can find its own id there.
+  std::atomic<unsigned long> owner;
+  // Levels the owner holds. Touched by the owner only.
+  unsigned long depth;
+};
+
+static_assert(sizeof(RecursiveLock) <= sizeof(LockStorage), "LockStorage must hold the lock");
+static_assert(alignof(RecursiveLock) <= alignof(LockStorage), "LockStorage is under-aligned");
+static_assert(std::atomic<int>::is_always_lock_free && sizeof(std::atomic<int>) == sizeof(int),
+              "the system waits on the word as on a plain int");
+
+inline RecursiveLock& recursive_lock(LockStorage& s) {
+  return *std::launder(reinterpret_cast<RecursiveLock*>(s._bytes));
+}
+
+// Slow paths, in lock_<system>.cpp.
+void lock_wait(RecursiveLock& l);    // takes a held word, sleeping while held
+void lock_wake(RecursiveLock& l);    // wakes one sleeper
+[[noreturn]] void lock_not_owner();  // aborts: "lock_release failed ... (EPERM)"
+[[noreturn]] void lock_busy();       // aborts: "lock_destroy failed ... (EBUSY)"
+
+// Constructs a free lock in s.
+inline void lock_init(LockStorage& s) {
+  RecursiveLock* l = new (s._bytes) RecursiveLock;
+  l->word.store(0, std::memory_order_relaxed);
+  l->owner.store(0, std::memory_order_relaxed);
+  l->depth = 0;
+}
+
+// Destroys the lock in s, which must be free. Destroying a lock that the
+// calling thread holds aborts. A lock held by another thread is not checked:
+// a process may exit while detached threads still hold a static mutex, and
+// its exit must not turn into an abort.
+inline void lock_destroy(LockStorage& s) {
+  RecursiveLock& l = recursive_lock(s);
+  if (l.owner.load(std::memory_order_relaxed) == current_thread_id()) lock_busy();
+  l.~RecursiveLock();
+}
+
+// Blocks until the calling thread owns the lock; adds one level if it
+// already does.
+inline void lock_acquire(LockStorage& s) {
+  RecursiveLock& l = recursive_lock(s);
+  const unsigned long self = current_thread_id();
+  if (l.owner.load(std::memory_order_relaxed) != self) {
+    int expected = 0;
+    if (!l.word.compare_exchange_strong(expected, 1, std::memory_order_acquire,
+                                        std::memory_order_relaxed)) {
+      lock_wait(l);
+    }
+    l.owner.store(self, std::memory_order_relaxed);
+  }
+  ++l.depth;
+}
+
+// As lock_acquire if the lock is free or already the caller's; otherwise
+// returns false at once without blocking.
+inline bool lock_try_acquire(LockStorage& s) {
+  RecursiveLock& l = recursive_lock(s);
+  const unsigned long self = current_thread_id();
+  if (l.owner.load(std::memory_order_relaxed) != self) {
+    int expected = 0;
+    if (!l.word.compare_exchange_strong(expected, 1, std::memory_order_acquire,
+                                        std::memory_order_relaxed)) {
+      return false;
+    }
+    l.owner.store(self, std::memory_order_relaxed);
+  }
+  ++l.depth;
+  return true;
+}
+
+// Gives up one level; the caller must own the lock. A caller that held it n
+// times still holds it n - 1 times.
+inline void lock_release(LockStorage& s) {
+  RecursiveLock& l = recursive_lock(s);
+  if (l.owner.load(std::memory_order_relaxed) != current_thread_id()) lock_not_owner();
+  if (--l.depth != 0) return;
+  l.owner.store(0, std::memory_order_relaxed);
+  if (l.word.exchange(0, std::memory_order_release) == 2) lock_wake(l);
+}
+
+}  // namespace krl_internal
+
+#endif  // KRLPORT_PLATFORM_LOCK_H_

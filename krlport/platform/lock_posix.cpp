@@ -1,0 +1,39 @@
+// Sleeping and waking for the lock of lock.h, on a Linux futex: the classic
+// three-state mutex of Drepper, "Futexes Are Tricky" (2011), mutex3.
+#include "krlport/platform/lock.h"
+
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "krlport/platform/fatal.h"
+
+namespace krl_internal {
+namespace {
+
+int* futex_word(RecursiveLock& l) { return reinterpret_cast<int*>(&l.word); }
+
+}  // namespace
+
+void lock_wait(RecursiveLock& l) {
+  // Marking the word 2 before sleeping makes the owner's release wake us.
+  while (l.word.exchange(2, std::memory_order_acquire) != 0) {
+    const long r = syscall(SYS_futex, futex_word(l), FUTEX_WAIT_PRIVATE, 2, nullptr, nullptr, 0);
+    // EAGAIN: the word changed before we slept; EINTR: a signal. Both retry.
+    if (r != 0 && errno != EAGAIN && errno != EINTR) fatal_error("futex(FUTEX_WAIT)", errno);
+  }
+}
+
+void lock_wake(RecursiveLock& l) {
+  if (syscall(SYS_futex, futex_word(l), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0) < 0) {
+    fatal_error("futex(FUTEX_WAKE)", errno);
+  }
+}
+
+void lock_not_owner() { fatal_error("lock_release", EPERM); }
+
+void lock_busy() { fatal_error("lock_destroy", EBUSY); }
+
+}  // namespace krl_internal

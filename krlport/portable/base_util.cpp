@@ -1,0 +1,93 @@
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <string>
+
+#include "krlport/platform/system.h"
+#include "krlport/portable/base_util.h"
+
+char BaseUtil::_property[512];
+
+namespace {
+
+// The user name every call after the first returns; never released.
+std::atomic<const char*> g_user_name{nullptr};
+
+// The first of: the account name (a heap copy, set in *owned), USERNAME,
+// "Win_User".
+const char* work_out_user_name(char*& owned) {
+  owned = nullptr;
+  std::string account;
+  if (krl_internal::current_user_name(account)) {
+    owned = new char[account.size() + 1];
+    std::memcpy(owned, account.c_str(), account.size() + 1);
+    return owned;
+  }
+  const char* env = std::getenv("USERNAME");
+  return env != nullptr ? env : "Win_User";
+}
+
+}  // namespace
+
+char* BaseUtil::GetProperty(const char* name) {
+  if (name == nullptr) return nullptr;
+  if (char* value = std::getenv(name)) return value;
+  return krl_internal::read_property(name, _property, sizeof _property) ? _property : nullptr;
+}
+
+vsysinfo* BaseUtil::get_sysversion() {
+  std::int32_t major = 0;
+  std::int32_t minor = 0;
+  if (!krl_internal::system_version(major, minor)) {
+    std::cerr << "Could not obtain OS version information" << std::endl;
+    return nullptr;
+  }
+  vsysinfo* info = new vsysinfo;
+  info->major = major;
+  info->minor = minor;
+  return info;
+}
+
+const char* BaseUtil::user_name() {
+  const char* cached = g_user_name.load(std::memory_order_acquire);
+  if (cached != nullptr) return cached;
+  char* owned = nullptr;
+  const char* name = work_out_user_name(owned);
+  // A racing first call may have cached its own result: keep that one.
+  if (g_user_name.compare_exchange_strong(cached, name, std::memory_order_acq_rel)) return name;
+  delete[] owned;
+  return cached;
+}
+
+unsigned long BaseUtil::getpid() { return krl_internal::current_process_id(); }
+
+void BaseUtil::GetProcessMemory(int& commit, int& resident) {
+  commit = 0;
+  resident = 0;
+  long virtual_kib = 0;
+  long resident_kib = 0;
+  if (!krl_internal::process_memory_kib(virtual_kib, resident_kib)) return;
+  commit = static_cast<int>(virtual_kib);
+  resident = static_cast<int>(resident_kib);
+}
+
+hostent* BaseUtil::vgethostbyname_r(const char* name, vhostname* work) {
+  if (name == nullptr) {
+    work->error = HOST_NOT_FOUND;
+    return nullptr;
+  }
+  int error = 0;
+  hostent* h = krl_internal::lookup_host_by_name(name, &work->_entry, work->_data,
+                                                 sizeof work->_data, error);
+  if (h == nullptr) work->error = error;
+  return h;
+}
+
+hostent* BaseUtil::vgethostbyaddr_r(const char* addr, int len, int type, vhostname* work) {
+  int error = 0;
+  hostent* h = krl_internal::lookup_host_by_address(addr, len, type, &work->_entry, work->_data,
+                                                    sizeof work->_data, error);
+  if (h == nullptr) work->error = error;
+  return h;
+}

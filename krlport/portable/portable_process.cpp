@@ -1,0 +1,76 @@
+// Process, error, file, version, property and text helpers of KRLPortable.
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+
+#include "krlport/frame/corba.h"
+#include "krlport/frame/utf16.h"
+#include "krlport/platform/system.h"
+#include "krlport/portable/base_util.h"
+#include "krlport/portable/portable.h"
+
+namespace {
+
+// Set by the first win_startup and never cleared. The host calls win_startup
+// before its threads use sockets; atomic only so that a late second call
+// from another thread is still well defined.
+std::atomic<bool> g_winsock_started{false};
+
+}  // namespace
+
+unsigned long KRLPortable::process_id() { return krl_internal::current_process_id(); }
+
+void KRLPortable::vkill(long pid) { krl_internal::kill_process(pid); }
+
+unsigned long KRLPortable::vGetErrorNo() { return krl_internal::last_error(); }
+
+char* KRLPortable::_get_error_str() {
+  const int err = static_cast<int>(krl_internal::last_error());
+  return CORBA::string_dup(std::strerror(err));
+}
+
+unsigned char KRLPortable::vFileExists(const char* path) {
+  return krl_internal::path_exists(path) ? 1 : 0;
+}
+
+unsigned char KRLPortable::vwhence(const char* name, char* out) {
+  return krl_internal::search_path(name, out) ? 1 : 0;
+}
+
+int KRLPortable::vstricmp(const char* a, const char* b) {
+  return krl_internal::compare_ignoring_case(a, b);
+}
+
+unsigned long KRLPortable::max_fds() { return 1024; }
+
+unsigned char KRLPortable::max_fd_reached(int) { return 0; }
+
+void KRLPortable::win_startup() {
+  // The socket library needs no start-up here, so there is no failure to
+  // report; the flag only keeps the call's one-way behaviour.
+  g_winsock_started.store(true, std::memory_order_relaxed);
+}
+
+unsigned char KRLPortable::get_sysversion(KRLSysVersion& out) {
+  vsysinfo* info = BaseUtil::get_sysversion();
+  if (info == nullptr) return 0;
+  out.major = static_cast<std::uint16_t>(info->major);
+  out.minor = static_cast<std::uint16_t>(info->minor);
+  delete info;
+  return 1;
+}
+
+char* KRLPortable::get_property(const char* name) { return BaseUtil::GetProperty(name); }
+
+unsigned short* KRLPortable::_convert_to_wide(const char* text) {
+  if (text == nullptr) return nullptr;
+  const std::size_t n = std::strlen(text);
+  // A UTF-8 text never needs more UTF-16 units than it has bytes.
+  unsigned short* wide = CORBA::wstring_alloc(n);
+  if (krl_internal::utf8_to_utf16(text, n, wide)) return wide;
+  CORBA::wstring_free(wide);
+  std::cout << "Conversion to wchar failed: " << std::strerror(EILSEQ) << std::endl;
+  errno = EILSEQ;  // what vGetErrorNo tells afterwards
+  return nullptr;
+}

@@ -1,0 +1,74 @@
+// Clock, time arithmetic and sleeping of KRLPortable.
+#include <cstdint>
+
+#include "krlport/platform/system.h"
+#include "krlport/platform/thread.h"
+#include "krlport/portable/portable.h"
+
+void KRLPortable::gettimeofday(timeval& tv) {
+  std::int64_t seconds = 0;
+  std::int32_t milliseconds = 0;
+  krl_internal::wall_clock(seconds, milliseconds);
+  tv.tv_sec = static_cast<time_t>(seconds);
+  tv.tv_usec = static_cast<suseconds_t>(milliseconds) * 1000;
+}
+
+void KRLPortable::vgettimeofday(timeval* tv) { gettimeofday(*tv); }
+
+timeval KRLPortable::elapsed(const timeval& start, const timeval& end) {
+  timeval d;
+  d.tv_sec = end.tv_sec - start.tv_sec;
+  d.tv_usec = end.tv_usec - start.tv_usec;
+  if (d.tv_usec < 0) {
+    --d.tv_sec;
+    d.tv_usec += 1000000;
+  } else if (d.tv_usec > 1000000) {
+    ++d.tv_sec;
+    d.tv_usec -= 1000000;
+  }
+  return d;
+}
+
+long KRLPortable::compare_time(timeval& a, timeval& b) {
+  // Differences are taken unsigned so that far-apart times wrap instead of
+  // overflowing; only the sign is meaningful.
+  if (a.tv_sec != b.tv_sec) {
+    return static_cast<long>(static_cast<unsigned long>(a.tv_sec) -
+                             static_cast<unsigned long>(b.tv_sec));
+  }
+  return static_cast<long>(static_cast<unsigned long>(a.tv_usec) -
+                           static_cast<unsigned long>(b.tv_usec));
+}
+
+long KRLPortable::compare_time(timeval& a, unsigned long long milliseconds) {
+  // Reckoned in 32 bits, as callers that compare against a 32-bit
+  // millisecond clock expect: only the low 32 bits of each term count.
+  const std::uint32_t a_ms =
+      static_cast<std::uint32_t>(a.tv_sec) * 1000u + static_cast<std::uint32_t>(a.tv_usec / 1000);
+  return static_cast<std::int32_t>(a_ms - static_cast<std::uint32_t>(milliseconds));
+}
+
+void KRLPortable::convert(unsigned long long milliseconds, timeval& tv) {
+  tv.tv_sec = static_cast<time_t>(static_cast<std::uint32_t>(milliseconds / 1000));
+  tv.tv_usec = static_cast<suseconds_t>((milliseconds % 1000) * 1000);
+}
+
+unsigned long long KRLPortable::convert(const timeval& tv) {
+  // Unsigned arithmetic wraps where a signed product could overflow; the
+  // bits are those of the signed result.
+  return static_cast<unsigned long long>(static_cast<long long>(tv.tv_sec)) * 1000u +
+         static_cast<unsigned long long>(static_cast<long long>(tv.tv_usec / 1000));
+}
+
+void KRLPortable::sleep(unsigned long milliseconds) {
+  const std::uint32_t ms = static_cast<std::uint32_t>(milliseconds);
+  if (ms == 0) {
+    krl_internal::yield_processor();
+  } else {
+    krl_internal::sleep_milliseconds(ms);
+  }
+}
+
+void KRLPortable::vsleep(unsigned long seconds) {
+  sleep(static_cast<std::uint32_t>(seconds) * 1000u);
+}

@@ -1,0 +1,78 @@
+// Spin locks: KRLSpinMutex, plain, and KRLRSpinMutex, recursive with an owner
+// thread. Neither has a kernel object or makes a system call while free; a
+// waiter yields its time slice after every failed attempt. Each lock holds one
+// pointer to a small block from a shared pool, so constructing and destroying
+// locks allocates nothing while the pool has blocks. A lock must be free when
+// it is destroyed: its block goes back to the pool as it is. Hold them for a
+// few instructions only, never across a blocking call.
+#ifndef KRLPORT_THREADS_SPIN_MUTEX_H_
+#define KRLPORT_THREADS_SPIN_MUTEX_H_
+
+#include "krlport/frame/export.h"
+#include "krlport/threads/mutex.h"
+
+struct KRLSpinRecord;
+class KRLSpinRecordPool;
+class KRLSpinMutex;
+class KRLRSpinMutex;
+
+namespace krl_internal {
+
+// Internal, for tests: the block a lock holds.
+long* word_of(const KRLSpinMutex& m);
+KRLSpinRecord* record_of(const KRLRSpinMutex& m);
+
+}  // namespace krl_internal
+
+// Not recursive, and no owner is recorded: any thread's unlock frees it.
+// If no lock word could be allocated, every operation does nothing.
+class KRL_EXPORT KRLSpinMutex : public KRLIMutex {
+ public:
+  KRLSpinMutex();
+  // A copy is a new, free lock with a word of its own, whatever the state of
+  // the source: sharing the word would give it back to the pool twice.
+  KRLSpinMutex(const KRLSpinMutex& m);
+  // Keeps this lock's own word and state; nothing is copied.
+  KRLSpinMutex& operator=(const KRLSpinMutex& m);
+
+  void lock();    // spins until held; the holder must not lock again
+  void unlock();  // frees the lock, whoever calls
+
+  void v_lock() override;
+  void v_unlock() override;
+
+  virtual ~KRLSpinMutex();  // the lock must be free
+
+ private:
+  friend class KRLSpinRecordPool;
+  friend long* krl_internal::word_of(const KRLSpinMutex& m);
+
+  long* _word;  // 0 free, 1 held; from the word pool, null if none was left
+};
+
+// Recursive: the owner may lock again any number of times and must unlock as
+// often. Only the owner may unlock. If no record could be allocated, every
+// operation does nothing.
+class KRL_EXPORT KRLRSpinMutex : public KRLIMutex {
+ public:
+  KRLRSpinMutex();
+  // A copy is a new, free lock with a record of its own; see KRLSpinMutex.
+  KRLRSpinMutex(const KRLRSpinMutex& m);
+  // Keeps this lock's own record and state; nothing is copied.
+  KRLRSpinMutex& operator=(const KRLRSpinMutex& m);
+
+  void lock();    // spins until the calling thread owns it; adds one level
+  void unlock();  // gives up one level; frees the lock at depth 0
+
+  void v_lock() override;
+  void v_unlock() override;
+
+  virtual ~KRLRSpinMutex();  // the lock must be free
+
+ private:
+  friend KRLSpinRecord* krl_internal::record_of(const KRLRSpinMutex& m);
+
+  KRLSpinRecord* _record;  // from the record pool, null if none was left
+};
+
+#endif  // KRLPORT_THREADS_SPIN_MUTEX_H_

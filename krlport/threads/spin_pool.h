@@ -1,0 +1,103 @@
+// Internal: the lock word, the lock record and the two pools that hand them
+// to KRLSpinMutex and KRLRSpinMutex. Not installed.
+//
+// Each pool is a stack of up to kSpinPoolSize free blocks behind its own spin
+// lock; a block put into a full pool is deleted. New blocks are zeroed, and a
+// recycled block comes back as it went in. The two pool locks are never held
+// together, and neither is held across an allocation.
+#ifndef KRLPORT_THREADS_SPIN_POOL_H_
+#define KRLPORT_THREADS_SPIN_POOL_H_
+
+#include "krlport/platform/thread.h"
+#include "krlport/threads/spin_mutex.h"
+
+// Blocks a pool keeps for reuse.
+constexpr long kSpinPoolSize = 32;
+
+// The spin of every lock here: a word that is 0 when free and 1 when held,
+// taken by an atomic exchange, with the time slice given up after each failed
+// attempt. No limit, no back-off.
+class KRLSpinWord {
+ public:
+  constexpr KRLSpinWord() : _word(0) {}
+
+  void acquire() { acquire(&_word); }
+  void release() { release(&_word); }
+
+  static void acquire(long* word) {
+    // Read plainly first, so that waiters do not pull the line away from the
+    // holder with exchanges bound to fail.
+    while (__atomic_load_n(word, __ATOMIC_RELAXED) != 0 ||
+           __atomic_exchange_n(word, 1L, __ATOMIC_SEQ_CST) != 0) {
+      krl_internal::yield_processor();
+    }
+  }
+  // A full exchange, not a release store: code after an unlock keeps the full
+  // barrier it had with the system's exchange. It costs about as much again
+  // as the acquire on an uncontended lock.
+  static void release(long* word) { __atomic_exchange_n(word, 0L, __ATOMIC_SEQ_CST); }
+
+ private:
+  long _word;
+};
+
+// The block of a KRLRSpinMutex.
+struct KRLSpinRecord {
+  // 0 free, else the kernel id of the owner thread (never 0). Changed
+  // atomically.
+  unsigned long _owner;
+  // Levels the owner holds. Changed by the owner only.
+  unsigned long _depth;
+};
+
+// Pool of lock words. Process-wide; needs no construction at run time and is
+// never destroyed, so it is usable at any point of load and unload.
+class KRLSpinWordPool {
+ public:
+  static KRLSpinWordPool& instance();
+
+  // A free word, new and zeroed if the pool is empty; null if the allocation
+  // failed. Safe from any thread.
+  long* get();
+  // Keeps word for reuse, or deletes it if the pool is full. Null is ignored.
+  // Safe from any thread.
+  void put(long* word);
+
+  // Words on the stack now; for tests.
+  long count();
+
+  constexpr KRLSpinWordPool() : _count(0), _lock(), _entries() {}
+
+ private:
+  long _count;  // guarded by _lock
+  KRLSpinWord _lock;
+  long* _entries[kSpinPoolSize];  // guarded by _lock
+};
+
+// Pool of lock records. Process-wide, made at first use. At unload its
+// terminator gives the word of _lock back to the word pool; the pool object
+// itself stays, unlocked, for locks destroyed later in the unload.
+class KRLSpinRecordPool {
+ public:
+  static KRLSpinRecordPool& instance();
+
+  // As KRLSpinWordPool::get and put, for records.
+  KRLSpinRecord* get();
+  void put(KRLSpinRecord* record);
+
+  long count();
+
+ private:
+  KRLSpinRecordPool();
+  KRLSpinRecordPool(const KRLSpinRecordPool&) = delete;
+  KRLSpinRecordPool& operator=(const KRLSpinRecordPool&) = delete;
+
+  static KRLSpinRecordPool* make();
+  static void terminate();
+
+  long _count;  // guarded by _lock
+  KRLSpinMutex _lock;
+  KRLSpinRecord* _entries[kSpinPoolSize];  // guarded by _lock
+};
+
+#endif  // KRLPORT_THREADS_SPIN_POOL_H_
