@@ -21,5 +21,8 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/krlportConfigVersion.cmak
 install(FILES ${PROJECT_BINARY_DIR}/krlportConfig.cmake ${PROJECT_BINARY_DIR}/krlportConfigVersion.cmake
   DESTINATION ${_krl_cmakedir})
 
+# The .pc file finds the prefix from its own place: libdir may be lib,
+# lib64 or lib/<multiarch>.
+file(RELATIVE_PATH KRL_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/krlport.pc.in ${PROJECT_BINARY_DIR}/krlport.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/krlport.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
