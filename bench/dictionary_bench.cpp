@@ -14,17 +14,9 @@
 
 #include "krlport/frame/dictionary.h"
 #include "krlport/frame/string_wrapper.h"
+#include "krlport/threads/unique_id.h"
 
 namespace {
-
-// An integer-valued key whose hash is its value, as thread and unique ids are.
-struct IntKey {
-  unsigned long value;
-};
-long compare(const IntKey& a, const IntKey& b) {
-  return a.value < b.value ? -1 : (a.value > b.value ? 1 : 0);
-}
-unsigned long _krl_hash(const IntKey& k) { return k.value; }
 
 // Keys number 0 to n - 1 of a key type. Stored keys and probe keys are
 // separate objects, as a received id is not the registered one.
@@ -57,13 +49,13 @@ struct KeySet<KRLStringWrapper> {
   std::vector<KRLStringWrapper> keys;
 };
 
-// Ids handed out in sequence, as a counter does.
+// Ids handed out in sequence, as the counter of KRLUniqueId does.
 template <>
-struct KeySet<IntKey> {
+struct KeySet<KRLUniqueId> {
   explicit KeySet(std::size_t n) {
-    for (std::size_t i = 0; i < n; ++i) keys.push_back(IntKey{1000 + i});
+    for (std::size_t i = 0; i < n; ++i) keys.push_back(KRLUniqueId(1000 + i));
   }
-  std::vector<IntKey> keys;
+  std::vector<KRLUniqueId> keys;
 };
 
 template <class Key>
@@ -185,13 +177,13 @@ BENCHMARK_TEMPLATE(BM_Churn, Std<KRLStringWrapper>)->Apply(Sizes);
 BENCHMARK_TEMPLATE(BM_RepeatedLookup, Krl<KRLStringWrapper>)->Apply(Sizes);
 BENCHMARK_TEMPLATE(BM_RepeatedLookup, Std<KRLStringWrapper>)->Apply(Sizes);
 
-BENCHMARK_TEMPLATE(BM_LookupHit, Krl<IntKey>)->Apply(Sizes);
-BENCHMARK_TEMPLATE(BM_LookupHit, Std<IntKey>)->Apply(Sizes);
-BENCHMARK_TEMPLATE(BM_LookupMiss, Krl<IntKey>)->Apply(Sizes);
-BENCHMARK_TEMPLATE(BM_LookupMiss, Std<IntKey>)->Apply(Sizes);
-BENCHMARK_TEMPLATE(BM_Churn, Krl<IntKey>)->Apply(Sizes);
-BENCHMARK_TEMPLATE(BM_Churn, Std<IntKey>)->Apply(Sizes);
-BENCHMARK_TEMPLATE(BM_RepeatedLookup, Krl<IntKey>)->Apply(Sizes);
-BENCHMARK_TEMPLATE(BM_RepeatedLookup, Std<IntKey>)->Apply(Sizes);
+BENCHMARK_TEMPLATE(BM_LookupHit, Krl<KRLUniqueId>)->Apply(Sizes);
+BENCHMARK_TEMPLATE(BM_LookupHit, Std<KRLUniqueId>)->Apply(Sizes);
+BENCHMARK_TEMPLATE(BM_LookupMiss, Krl<KRLUniqueId>)->Apply(Sizes);
+BENCHMARK_TEMPLATE(BM_LookupMiss, Std<KRLUniqueId>)->Apply(Sizes);
+BENCHMARK_TEMPLATE(BM_Churn, Krl<KRLUniqueId>)->Apply(Sizes);
+BENCHMARK_TEMPLATE(BM_Churn, Std<KRLUniqueId>)->Apply(Sizes);
+BENCHMARK_TEMPLATE(BM_RepeatedLookup, Krl<KRLUniqueId>)->Apply(Sizes);
+BENCHMARK_TEMPLATE(BM_RepeatedLookup, Std<KRLUniqueId>)->Apply(Sizes);
 
 }  // namespace
