@@ -10,33 +10,11 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench_support.h"
+
 #include "krlport/threads/condition.h"
 
 namespace {
-
-// glibc takes shortcuts until a process has started its first thread; measure
-// the multi-threaded paths that a host runs on.
-const bool kThreadStarted = [] {
-  std::thread([] {}).join();
-  return true;
-}();
-
-// Pins the calling thread to a processor of its own for the length of a
-// run, and gives it its old affinity back afterwards.
-class PinnedThread {
- public:
-  explicit PinnedThread(int index) {
-    pthread_getaffinity_np(pthread_self(), sizeof _old, &_old);
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    CPU_SET(index % CPU_COUNT(&_old), &one);
-    pthread_setaffinity_np(pthread_self(), sizeof one, &one);
-  }
-  ~PinnedThread() { pthread_setaffinity_np(pthread_self(), sizeof _old, &_old); }
-
- private:
-  cpu_set_t _old;
-};
 
 // The partner waits for turn 1, hands back turn 0 and signals. Both sides
 // signal while they hold the mutex, as callers usually do.
@@ -45,9 +23,9 @@ void BM_KRLConditionPingPong(benchmark::State& state) {
   KRLCondition c;
   int turn = 0;  // guarded by m
   bool stop = false;
-  PinnedThread pinned(0);
+  krl_bench::PinnedThread pinned(0);
   std::thread partner([&] {
-    PinnedThread partner_pinned(1);
+    krl_bench::PinnedThread partner_pinned(1);
     KRLMutex_var g(m, 1);
     for (;;) {
       while (turn != 1 && !stop) c.wait(m);
@@ -76,9 +54,9 @@ void BM_StdConditionVariablePingPong(benchmark::State& state) {
   std::condition_variable c;
   int turn = 0;  // guarded by m
   bool stop = false;
-  PinnedThread pinned(0);
+  krl_bench::PinnedThread pinned(0);
   std::thread partner([&] {
-    PinnedThread partner_pinned(1);
+    krl_bench::PinnedThread partner_pinned(1);
     std::unique_lock<std::mutex> g(m);
     for (;;) {
       while (turn != 1 && !stop) c.wait(g);

@@ -7,38 +7,16 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench_support.h"
+
 #include "krlport/threads/mutex.h"
 
 namespace {
-
-// glibc takes shortcuts until a process has started its first thread; measure
-// the multi-threaded paths that a host runs on.
-const bool kThreadStarted = [] {
-  std::thread([] {}).join();
-  return true;
-}();
 
 pthread_mutex_t* recursive_pthread_mutex() {
   static pthread_mutex_t m = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
   return &m;
 }
-
-// Pins the calling benchmark thread to a processor of its own for the
-// length of a run, and gives it its old affinity back afterwards.
-class PinnedThread {
- public:
-  explicit PinnedThread(int index) {
-    pthread_getaffinity_np(pthread_self(), sizeof _old, &_old);
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    CPU_SET(index % CPU_COUNT(&_old), &one);
-    pthread_setaffinity_np(pthread_self(), sizeof one, &one);
-  }
-  ~PinnedThread() { pthread_setaffinity_np(pthread_self(), sizeof _old, &_old); }
-
- private:
-  cpu_set_t _old;
-};
 
 void BM_KRLMutexLockUnlock(benchmark::State& state) {
   KRLMutex m;
@@ -94,7 +72,7 @@ long g_counter = 0;
 
 void BM_KRLMutexContended(benchmark::State& state) {
   static KRLMutex m;
-  PinnedThread pin(state.thread_index());
+  krl_bench::PinnedThread pin(state.thread_index());
   for (auto _ : state) {
     m.lock();
     benchmark::DoNotOptimize(++g_counter);
@@ -105,7 +83,7 @@ BENCHMARK(BM_KRLMutexContended)->Threads(2)->UseRealTime();
 
 void BM_PthreadRecursiveContended(benchmark::State& state) {
   pthread_mutex_t* m = recursive_pthread_mutex();
-  PinnedThread pin(state.thread_index());
+  krl_bench::PinnedThread pin(state.thread_index());
   for (auto _ : state) {
     pthread_mutex_lock(m);
     benchmark::DoNotOptimize(++g_counter);

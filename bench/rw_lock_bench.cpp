@@ -11,33 +11,11 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench_support.h"
+
 #include "krlport/threads/rw_lock.h"
 
 namespace {
-
-// glibc takes shortcuts until a process has started its first thread; measure
-// the multi-threaded paths that a host runs on.
-const bool kThreadStarted = [] {
-  std::thread([] {}).join();
-  return true;
-}();
-
-// Pins the calling thread to a processor of its own for the length of a
-// run, and gives it its old affinity back afterwards.
-class PinnedThread {
- public:
-  explicit PinnedThread(int index) {
-    pthread_getaffinity_np(pthread_self(), sizeof _old, &_old);
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    CPU_SET(index % CPU_COUNT(&_old), &one);
-    pthread_setaffinity_np(pthread_self(), sizeof one, &one);
-  }
-  ~PinnedThread() { pthread_setaffinity_np(pthread_self(), sizeof _old, &_old); }
-
- private:
-  cpu_set_t _old;
-};
 
 // The peer of the mix: KRLRWLock's algorithm on std parts.
 class StdCvRWLock {
@@ -126,7 +104,7 @@ BENCHMARK(BM_PthreadRWLockWriteUncontended);
 // and a writer writes a few shared words.
 template <class Lock>
 void read_mostly_mix(benchmark::State& state, Lock& l, long* shared) {
-  PinnedThread pinned(state.thread_index());
+  krl_bench::PinnedThread pinned(state.thread_index());
   unsigned op = static_cast<unsigned>(state.thread_index()) * 7;
   for (auto _ : state) {
     if (++op % 16 == 0) {

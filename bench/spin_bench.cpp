@@ -8,15 +8,11 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench_support.h"
+
 #include "krlport/threads/spin_mutex.h"
 
 namespace {
-
-// glibc takes shortcuts until a process has started its first thread.
-const bool kThreadStarted = [] {
-  std::thread([] {}).join();
-  return true;
-}();
 
 pthread_spinlock_t* pthread_spin() {
   static pthread_spinlock_t* s = [] {
@@ -26,23 +22,6 @@ pthread_spinlock_t* pthread_spin() {
   }();
   return s;
 }
-
-// Pins the calling benchmark thread to a processor of its own for the
-// length of a run, and gives it its old affinity back afterwards.
-class PinnedThread {
- public:
-  explicit PinnedThread(int index) {
-    pthread_getaffinity_np(pthread_self(), sizeof _old, &_old);
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    CPU_SET(index % CPU_COUNT(&_old), &one);
-    pthread_setaffinity_np(pthread_self(), sizeof one, &one);
-  }
-  ~PinnedThread() { pthread_setaffinity_np(pthread_self(), sizeof _old, &_old); }
-
- private:
-  cpu_set_t _old;
-};
 
 void BM_KRLSpinMutexLockUnlock(benchmark::State& state) {
   KRLSpinMutex m;
@@ -92,7 +71,7 @@ long g_counter = 0;
 
 void BM_KRLSpinMutexContended(benchmark::State& state) {
   static KRLSpinMutex m;
-  PinnedThread pin(state.thread_index());
+  krl_bench::PinnedThread pin(state.thread_index());
   for (auto _ : state) {
     m.lock();
     benchmark::DoNotOptimize(++g_counter);
@@ -103,7 +82,7 @@ BENCHMARK(BM_KRLSpinMutexContended)->Threads(2)->UseRealTime();
 
 void BM_PthreadSpinContended(benchmark::State& state) {
   pthread_spinlock_t* s = pthread_spin();
-  PinnedThread pin(state.thread_index());
+  krl_bench::PinnedThread pin(state.thread_index());
   for (auto _ : state) {
     pthread_spin_lock(s);
     benchmark::DoNotOptimize(++g_counter);
