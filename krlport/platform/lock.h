@@ -66,22 +66,6 @@ inline void lock_destroy(LockStorage& s) {
   l.~RecursiveLock();
 }
 
-// Blocks until the calling thread owns the lock; adds one level if it
-// already does.
-inline void lock_acquire(LockStorage& s) {
-  RecursiveLock& l = recursive_lock(s);
-  const unsigned long self = current_thread_id();
-  if (l.owner.load(std::memory_order_relaxed) != self) {
-    int expected = 0;
-    if (!l.word.compare_exchange_strong(expected, 1, std::memory_order_acquire,
-                                        std::memory_order_relaxed)) {
-      lock_wait(l);
-    }
-    l.owner.store(self, std::memory_order_relaxed);
-  }
-  ++l.depth;
-}
-
 // As lock_acquire if the lock is free or already the caller's; otherwise
 // returns false at once without blocking.
 inline bool lock_try_acquire(LockStorage& s) {
@@ -97,6 +81,16 @@ inline bool lock_try_acquire(LockStorage& s) {
   }
   ++l.depth;
   return true;
+}
+
+// Blocks until the calling thread owns the lock; adds one level if it
+// already does.
+inline void lock_acquire(LockStorage& s) {
+  if (lock_try_acquire(s)) return;
+  RecursiveLock& l = recursive_lock(s);
+  lock_wait(l);
+  l.owner.store(current_thread_id(), std::memory_order_relaxed);
+  l.depth = 1;
 }
 
 // Gives up one level; the caller must own the lock. A caller that held it n
