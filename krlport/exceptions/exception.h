@@ -16,10 +16,6 @@
 // A type of the layer above; this library only stores and hands back pointers.
 class CORBA_TypeCode;
 
-namespace krl_internal {
-struct DescriptionTestPeer;
-}  // namespace krl_internal
-
 class KRL_EXPORT CORBA_Exception {
  public:
   class KRL_EXPORT Description {
@@ -58,8 +54,6 @@ class KRL_EXPORT CORBA_Exception {
     static const Description* desc(const char* repository_id);
 
    private:
-    friend struct krl_internal::DescriptionTestPeer;
-
     void trace() const;
 
     const char* _name;

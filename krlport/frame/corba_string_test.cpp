@@ -1,4 +1,5 @@
 #include <cstring>
+#include <string>
 
 #include <gtest/gtest.h>
 
@@ -49,12 +50,6 @@ TEST(CorbaStringTest, HashIsShiftXorOfSignExtendedBytes) {
   EXPECT_EQ(CORBA::hash("\xFF"), 0x7FFFFFFFUL);
   EXPECT_EQ(CORBA::hash(nullptr), 0UL);
   EXPECT_EQ(CORBA::hash(""), 0UL);
-  // Bits shift off the top after 32 bytes; the result never exceeds 31 bits.
-  const char* long_text = "IDL:omg.org/CORBA/TRANSACTION_ROLLEDBACK:1.0";
-  unsigned long expect = 0;
-  for (const char* p = long_text; *p; ++p)
-    expect = ((expect << 1) ^ static_cast<unsigned>(*p)) & 0xFFFFFFFFu;
-  EXPECT_EQ(CORBA::hash(long_text), expect & 0x7FFFFFFFu);
   EXPECT_EQ(CORBA::hash("a\x80"), ((0x61u << 1) ^ 0xFFFFFF80u) & 0x7FFFFFFFu);
 }
 
@@ -72,18 +67,6 @@ TEST(CorbaStringTest, CompareOrdersNilFirstAndBytesUnsigned) {
   EXPECT_EQ(compare(CORBA_String_var("\xE9"), CORBA_String_var("A")), 1);
   EXPECT_EQ(_krl_hash(CORBA_String_var("abc")), 0x123UL);
   EXPECT_EQ(_krl_hash(KRLStringWrapper()), 0UL);
-}
-
-TEST(CorbaStringTest, StringWrapperRefersWithoutCopying) {
-  const char* text = "key";
-  KRLStringWrapper w(text);
-  EXPECT_EQ(static_cast<const char*>(w), text);
-  EXPECT_EQ(*w, 'k');
-  const char* other = "other";
-  EXPECT_EQ(w = other, other);
-  KRLStringWrapper copy;
-  copy = w;
-  EXPECT_EQ(copy._str, other);
 }
 
 TEST(Utf16Test, Utf8FormReplacesLoneSurrogates) {

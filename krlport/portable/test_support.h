@@ -1,11 +1,10 @@
-// Scoped fixtures shared by the tests of this directory: a temporary
-// directory, an environment variable and a capture of std::cout, each put
-// back at the end of its scope.
+// Scoped fixtures for the tests of this directory, each undone at the end of
+// its scope: a temporary directory, an environment variable, a capture of
+// std::cout.
 #ifndef KRLPORT_PORTABLE_TEST_SUPPORT_H_
 #define KRLPORT_PORTABLE_TEST_SUPPORT_H_
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -13,16 +12,13 @@
 #include <iostream>
 #include <sstream>
 #include <string>
-#include <system_error>
 
 namespace krl_test {
 
-// A fresh directory under TMPDIR, removed with its content at the end.
 class TempDir {
  public:
   TempDir() {
-    const char* base = std::getenv("TMPDIR");
-    std::string templ = std::string(base != nullptr ? base : "/tmp") + "/krlport_XXXXXX";
+    std::string templ = std::filesystem::temp_directory_path().string() + "/krlport_XXXXXX";
     if (::mkdtemp(&templ[0]) != nullptr) _path = templ;
   }
   ~TempDir() {
@@ -32,10 +28,9 @@ class TempDir {
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
 
-  // Empty when the directory could not be made.
-  const std::string& path() const { return _path; }
+  const std::string& path() const { return _path; }  // empty when mkdtemp failed
 
-  // Writes an executable file name with the given content; returns its path.
+  // Writes an executable file; returns its path.
   std::string add_file(const std::string& name, const std::string& content = "#!/bin/sh\n") const {
     const std::string full = _path + "/" + name;
     std::ofstream(full, std::ios::binary) << content;
@@ -47,26 +42,14 @@ class TempDir {
   std::string _path;
 };
 
-// Sets (or, with a null value, removes) an environment variable for one scope.
+// Sets the variable, or with a null value removes it.
 class ScopedEnv {
  public:
-  ScopedEnv(const char* name, const char* value) : _name(name) {
-    const char* old = std::getenv(name);
-    _had = old != nullptr;
-    if (_had) _old = old;
-    if (value != nullptr) {
-      ::setenv(name, value, 1);
-    } else {
-      ::unsetenv(name);
-    }
+  ScopedEnv(const char* name, const char* value) : _name(name), _had(std::getenv(name) != nullptr) {
+    if (_had) _old = std::getenv(name);
+    value != nullptr ? ::setenv(name, value, 1) : ::unsetenv(name);
   }
-  ~ScopedEnv() {
-    if (_had) {
-      ::setenv(_name, _old.c_str(), 1);
-    } else {
-      ::unsetenv(_name);
-    }
-  }
+  ~ScopedEnv() { _had ? ::setenv(_name, _old.c_str(), 1) : ::unsetenv(_name); }
   ScopedEnv(const ScopedEnv&) = delete;
   ScopedEnv& operator=(const ScopedEnv&) = delete;
 
@@ -76,7 +59,6 @@ class ScopedEnv {
   std::string _old;
 };
 
-// Captures what is written to std::cout for one scope.
 class CoutCapture {
  public:
   CoutCapture() : _old(std::cout.rdbuf(_buf.rdbuf())) {}

@@ -136,13 +136,7 @@ long rw_lock_state(KRLRWLock& l) {
   return l._state;
 }
 
-unsigned long rw_lock_waiting_writers(KRLRWLock& l) {
-  KRLMutex_var hold(l._mutex, 1);
-  return l._waiting_writers;
-}
-
 unsigned long rw_lock_sleeping_readers(KRLRWLock& l) { return condition_waiters(l._readers); }
 unsigned long rw_lock_sleeping_writers(KRLRWLock& l) { return condition_waiters(l._writers); }
-KRLMutex& rw_lock_mutex(KRLRWLock& l) { return l._mutex; }
 
 }  // namespace krl_internal

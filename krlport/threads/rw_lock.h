@@ -24,14 +24,11 @@ class KRLRWLock;
 
 namespace krl_internal {
 
-// Internal, for tests: `_state` and `_waiting_writers`, read under `_mutex`;
-// the number of readers and writers asleep on `_readers` and `_writers`; and
-// `_mutex` itself.
+// Internal, for tests: `_state`, read under `_mutex`, and the number of
+// readers and writers asleep on `_readers` and `_writers`.
 long rw_lock_state(KRLRWLock& l);
-unsigned long rw_lock_waiting_writers(KRLRWLock& l);
 unsigned long rw_lock_sleeping_readers(KRLRWLock& l);
 unsigned long rw_lock_sleeping_writers(KRLRWLock& l);
-KRLMutex& rw_lock_mutex(KRLRWLock& l);
 
 }  // namespace krl_internal
 
@@ -62,10 +59,8 @@ class KRL_EXPORT KRLRWLock {
 
  private:
   friend long krl_internal::rw_lock_state(KRLRWLock& l);
-  friend unsigned long krl_internal::rw_lock_waiting_writers(KRLRWLock& l);
   friend unsigned long krl_internal::rw_lock_sleeping_readers(KRLRWLock& l);
   friend unsigned long krl_internal::rw_lock_sleeping_writers(KRLRWLock& l);
-  friend KRLMutex& krl_internal::rw_lock_mutex(KRLRWLock& l);
 
   class Hold;
   class WaitingWriter;
