@@ -5,6 +5,7 @@
 #include "krlport/frame/corba.h"
 #include "krlport/frame/dictionary.h"
 #include "krlport/frame/port_lib_manager.h"
+#include "krlport/frame/resource.h"
 #include "krlport/frame/rw_dictionary.h"
 #include "krlport/frame/string_var.h"
 #include "krlport/frame/string_wrapper.h"
@@ -23,5 +24,10 @@
 #include "krlport/portable/base_util.h"
 #include "krlport/portable/host_records.h"
 #include "krlport/portable/portable.h"
+
+#include "krlport/streams/istream.h"
+#include "krlport/streams/offset_table.h"
+#include "krlport/streams/ostream.h"
+#include "krlport/streams/string_stream_ops.h"
 
 #endif  // KRLPORT_KRLPORT_H_

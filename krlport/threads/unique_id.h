@@ -27,9 +27,7 @@ class KRL_EXPORT KRLUniqueId {
 };
 
 // Dictionary key protocol: the id's own 32-bit value, and the difference.
-inline unsigned long _krl_hash(const KRLUniqueId& k) {
-  return static_cast<std::uint32_t>(k.id());
-}
+inline unsigned long _krl_hash(const KRLUniqueId& k) { return static_cast<std::uint32_t>(k.id()); }
 inline long compare(const KRLUniqueId& a, const KRLUniqueId& b) {
   return static_cast<long>(a.id() - b.id());
 }

@@ -1,0 +1,52 @@
+#include "krlport/frame/resource.h"
+
+#include "krlport/frame/count_block_pool.h"
+
+using krl_internal::CountBlockPool;
+
+// Constant-initialised: no dynamic initialiser.
+unsigned char KRLResource::_init_sharing = 1;
+
+KRLResource::~KRLResource() { CountBlockPool::instance().give(_block_of()); }
+
+void KRLResource::_hold(KRLCountBlock* b) {
+  _refs = reinterpret_cast<std::uintptr_t>(b) | (b->_sharing == 0 ? kPlainTag : 0);
+}
+
+KRLCountBlock* KRLResource::_block() {
+  if (_refs == 0) {
+    _hold(CountBlockPool::instance().take(__atomic_load_n(&_init_sharing, __ATOMIC_RELAXED)));
+  }
+  return _block_of();
+}
+
+long KRLResource::_ref_slow() {
+  KRLCountBlock* b = _block();
+  if (b->_sharing == 0) return ++b->_count;
+  return krl_internal::change_count_locked(b, 1);
+}
+
+long KRLResource::_change_shared(long delta, long if_sole) {
+  if (_refs == 0) return if_sole;
+  return krl_internal::change_count_locked(_block_of(), delta);
+}
+
+void KRLResource::_reset_refs() { _block()->_count = 0; }
+
+void KRLResource::_set_sharing(unsigned char sharing) {
+  KRLCountBlock* b = _block();
+  b->_sharing = sharing;
+  _hold(b);
+}
+
+void KRLResource::set_init_sharing(unsigned char sharing) {
+  __atomic_store_n(&_init_sharing, sharing, __ATOMIC_RELAXED);
+}
+
+void KRLResource::garbage_collect() { CountBlockPool::instance().collect(); }
+
+namespace krl_internal {
+
+KRLCountBlock* count_block_of(const KRLResource& r) { return r._block_of(); }
+
+}  // namespace krl_internal

@@ -1,0 +1,75 @@
+// Test helpers: streams with no std stream behind them, and a capture of what
+// a std stream such as std::cerr receives.
+#ifndef KRLPORT_STREAMS_STREAM_TEST_SUPPORT_H_
+#define KRLPORT_STREAMS_STREAM_TEST_SUPPORT_H_
+
+#include <cstring>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "krlport/exceptions/system_exception.h"
+#include "krlport/streams/istream.h"
+#include "krlport/streams/ostream.h"
+
+namespace krl_test {
+
+// Redirects s into a string while alive.
+class Capture {
+ public:
+  explicit Capture(std::ostream& s) : _s(s), _old(s.rdbuf(_text.rdbuf())) {}
+  ~Capture() { _s.rdbuf(_old); }
+  std::string text() const { return _text.str(); }
+
+ private:
+  std::ostream& _s;
+  std::ostringstream _text;
+  std::streambuf* _old;
+};
+
+// An encoding of its own: records the calls it overrides.
+class RecordingOstream : public KRLostream {
+ public:
+  using KRLostream::operator<<;
+  KRLostream& operator<<(const char* s) override {
+    calls.push_back(std::string("str:") + (s == nullptr ? "<null>" : s));
+    return *this;
+  }
+  KRLostream& operator<<(unsigned long v) override {
+    calls.push_back("ulong:" + std::to_string(v));
+    return *this;
+  }
+  // The protected copy yields a stream without a std::ostream.
+  bool copy_has_no_ostream() const {
+    RecordingOstream copy(*this);
+    return copy._strm == nullptr && copy.cur_out_offset() == 0;
+  }
+  std::vector<std::string> calls;
+};
+
+// Binary lengths and bytes from memory; running dry throws CORBA_MARSHAL, as
+// a broken message would.
+class QueueIstream : public KRListream {
+ public:
+  using KRListream::get;
+  using KRListream::operator>>;
+  KRListream& operator>>(unsigned long& v) override {
+    if (next_length == lengths.size()) throw CORBA_MARSHAL();
+    v = lengths[next_length++];
+    return *this;
+  }
+  KRListream& get(char* p, unsigned int n) override {
+    if (bytes.size() - next_byte < n) throw CORBA_MARSHAL();
+    std::memcpy(p, bytes.data() + next_byte, n);
+    next_byte += n;
+    return *this;
+  }
+  std::vector<unsigned long> lengths;
+  std::string bytes;
+  std::size_t next_length = 0;
+  std::size_t next_byte = 0;
+};
+
+}  // namespace krl_test
+
+#endif  // KRLPORT_STREAMS_STREAM_TEST_SUPPORT_H_

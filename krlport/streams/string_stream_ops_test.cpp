@@ -1,0 +1,92 @@
+#include "krlport/streams/string_stream_ops.h"
+
+#include <cstdlib>
+#include <new>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "krlport/exceptions/system_exception.h"
+#include "krlport/streams/stream_test_support.h"
+
+// Counts the allocations of the whole binary, to see a holder keep its buffer.
+static int g_allocations = 0;
+void* operator new(std::size_t n) {
+  ++g_allocations;
+  if (void* p = std::malloc(n == 0 ? 1 : n)) return p;
+  throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+
+namespace {
+
+// Reads one holder from a derived stream that delivers length and bytes.
+int allocations_for(CORBA_String_var& v, const std::string& bytes) {
+  krl_test::QueueIstream in;
+  in.lengths = {bytes.size()};
+  in.bytes = bytes;
+  const int before = g_allocations;
+  in >> v;
+  return g_allocations - before;
+}
+
+TEST(StringHolderStreamTest, OwnBufferIsReusedWhenTheTextFits) {
+  CORBA_String_var v("123456789");  // Own, 10 bytes
+  EXPECT_EQ(allocations_for(v, std::string("abcdefghi\0", 10)), 0);
+  EXPECT_STREQ(v, "abcdefghi");
+  EXPECT_EQ(allocations_for(v, std::string("abcdefghij\0", 11)), 1);  // now 12 bytes
+  EXPECT_EQ(allocations_for(v, std::string("abcdefghijk\0", 12)), 0);
+  EXPECT_STREQ(v, "abcdefghijk");
+  EXPECT_EQ(allocations_for(v, "no terminator"), 1);
+  EXPECT_STREQ(v, "no terminato");  // the last byte is made the terminator
+}
+
+TEST(StringHolderStreamTest, ZeroLengthIsNilOrMarshalError) {
+  CORBA_String_var v("kept");
+  EXPECT_EQ(allocations_for(v, ""), 0);
+  EXPECT_EQ(static_cast<const char*>(v), nullptr);
+  EXPECT_EQ(allocations_for(v, std::string("a\0", 2)), 1);  // nil holds no buffer
+
+  CORBA_String_var::allowing_null_string(0);
+  try {
+    allocations_for(v, "");
+    ADD_FAILURE() << "zero length must throw";
+  } catch (const CORBA_MARSHAL& e) {
+    EXPECT_EQ(e.minor(), 0x4F4D0000UL);
+    EXPECT_EQ(e.completed(), CORBA::COMPLETED_NO);
+  }
+  CORBA_String_var::allowing_null_string(1);
+  EXPECT_STREQ(v, "a");
+}
+
+TEST(StringHolderStreamTest, DeclaredLengthBeyondTheDataAllocatesNoBuffer) {
+  CORBA_String_var v("kept");
+  krl_test::QueueIstream in;
+  in.lengths = {3000000000UL};
+  in.bytes = std::string(100000, 'z');
+  EXPECT_THROW(in >> v, CORBA_MARSHAL);
+  EXPECT_STREQ(v, "kept");
+  in.lengths = {70001};
+  in.next_length = in.next_byte = 0;
+  in >> v;
+  EXPECT_EQ(std::string(v), std::string(70000, 'z'));
+}
+
+TEST(StringHolderStreamTest, TextStreamsRoundTripHolders) {
+  std::stringstream text;
+  KRLostream out(text);
+  const unsigned short hello[] = {'h', 0x00E9, 0};
+  out << CORBA_String_var("one") << CORBA_WString_var(hello) << CORBA_WString_var();
+  KRListream in(text);
+  CORBA_String_var narrow("an old text that is long");
+  CORBA_WString_var wide(hello), empty(hello);
+  in >> narrow >> wide >> empty;
+  EXPECT_STREQ(narrow, "one");
+  EXPECT_EQ(compare(wide, CORBA_WString_var(hello)), 0);
+  EXPECT_EQ(empty[0UL], 0);
+  // A text read leaves no known size: the next derived read allocates anew.
+  EXPECT_EQ(allocations_for(narrow, std::string("a\0", 2)), 1);
+}
+
+}  // namespace

@@ -1,0 +1,56 @@
+#include "krlport/streams/table_array.h"
+
+#include <cstring>
+#include <new>
+
+#include "krlport/exceptions/system_exception.h"
+#include "krlport/streams/offset_table.h"
+
+namespace krl_internal {
+
+void append_table(TableArrayRef a, KRLOffsetTable* table) {
+  if (a.count == a.capacity) {
+    const int capacity = a.capacity == 0 ? 1 : 2 * a.capacity;
+    auto* grown = static_cast<KRLOffsetTable**>(::operator new(sizeof(KRLOffsetTable*) * capacity));
+    if (a.count != 0) std::memcpy(grown, a.tables, sizeof(KRLOffsetTable*) * a.count);
+    if (a.tables != nullptr) ::operator delete(a.tables);
+    a.tables = grown;
+    a.capacity = capacity;
+  }
+  a.tables[a.count++] = table;
+}
+
+KRLOffsetTable* find_table(TableArrayRef a, int kind) {
+  for (int i = 0; i < a.count; ++i) {
+    if (a.tables[i]->content_type() == kind) return a.tables[i];
+  }
+  return nullptr;
+}
+
+void share_tables(TableArrayRef a, KRLOffsetTable* const* source, int count, int capacity) {
+  if (a.count != 0) throw CORBA_BAD_INV_ORDER(4, CORBA::COMPLETED_MAYBE);
+  if (count == 0) return;
+  auto* copy = static_cast<KRLOffsetTable**>(::operator new(sizeof(KRLOffsetTable*) * capacity));
+  if (a.tables != nullptr) ::operator delete(a.tables);  // empty, left by nothing but growth
+  a.tables = copy;
+  a.capacity = capacity;
+  for (int i = 0; i < count; ++i) {
+    source[i]->_ref();
+    a.tables[i] = source[i];
+  }
+  a.count = count;
+}
+
+void clear_tables(TableArrayRef a) {
+  for (int i = 0; i < a.count; ++i) a.tables[i]->clear();
+}
+
+void release_tables(TableArrayRef a) {
+  for (int i = 0; i < a.count; ++i) a.tables[i]->_unref();
+  ::operator delete(a.tables);
+  a.tables = nullptr;
+  a.count = 0;
+  a.capacity = 0;
+}
+
+}  // namespace krl_internal

@@ -1,0 +1,126 @@
+// The fast paths of the default format against the std operators they replace.
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "krlport/streams/istream.h"
+#include "krlport/streams/ostream.h"
+
+namespace {
+
+template <class T>
+void expect_written_as_std(T v) {
+  std::ostringstream fast, reference;
+  KRLostream(fast) << v;
+  reference << v << ' ';
+  EXPECT_EQ(fast.str(), reference.str());
+}
+
+TEST(TextFormatTest, NumbersAreWrittenAsTheInserterWritesThem) {
+  std::mt19937_64 random(99);
+  for (int i = 0; i < 20000; ++i) {
+    const std::uint64_t bits = random();
+    double d;
+    std::memcpy(&d, &bits, sizeof d);
+    expect_written_as_std(d);
+    expect_written_as_std(static_cast<float>(d));
+    expect_written_as_std(static_cast<double>(static_cast<std::int64_t>(bits) >> (bits % 60)));
+    expect_written_as_std(static_cast<long>(bits));
+    expect_written_as_std(static_cast<int>(bits));
+  }
+  for (double d : {0.0, -0.0, 0.5, 2.5, 1e21, 1e-5, 123456.5, 999999.5, 4.9e-324,
+                   std::numeric_limits<double>::infinity(), std::nan("")}) {
+    expect_written_as_std(d);
+  }
+}
+
+// Reads text into T by KRListream and by the std extractor followed by get(),
+// and compares value, state and what is left.
+template <class T>
+void expect_read_as_std(const std::string& text) {
+  std::istringstream fast_text(text), reference_text(text);
+  T fast = T(77), reference = T(77);
+  KRListream(fast_text) >> fast;
+  reference_text >> reference;
+  reference_text.get();
+  EXPECT_EQ(std::memcmp(&fast, &reference, sizeof(T)), 0)
+      << text << " " << +fast << " " << +reference;
+  EXPECT_EQ(fast_text.rdstate(), reference_text.rdstate()) << text;
+  fast_text.clear();
+  reference_text.clear();
+  EXPECT_EQ(fast_text.tellg(), reference_text.tellg()) << text;
+}
+
+TEST(TextFormatTest, NumbersAreReadAsTheExtractorReadsThem) {
+  const char* const texts[] = {"",
+                               "  ",
+                               "12 ",
+                               "12",
+                               " \t\n-0 ",
+                               "+5 x",
+                               "42x",
+                               "-",
+                               "+",
+                               "abc",
+                               "0x1A ",
+                               "000012 ",
+                               "99999999999999999999 ",
+                               "-99999999999999999999 ",
+                               "-1 ",
+                               "70000 ",
+                               "-40000 ",
+                               "32767 ",
+                               "-32768 ",
+                               "2147483648 ",
+                               "-2147483649 ",
+                               "4294967296 ",
+                               "-9223372036854775808 ",
+                               "18446744073709551615 ",
+                               "18446744073709551616 ",
+                               "1.5 ",
+                               "1e ",
+                               "1.5e+ ",
+                               "1e5e5 ",
+                               ".5 ",
+                               "5. ",
+                               ". ",
+                               "-.e1",
+                               "1.2.3 ",
+                               "1e400 ",
+                               "-1e400 ",
+                               "1e-400 ",
+                               "2.5e-310 ",
+                               "0.000000000000000000000000000000000000000000001 ",
+                               "1E+03",
+                               "3.4028236e38 ",
+                               "inf ",
+                               "nan ",
+                               "00.5 "};
+  for (const char* text : texts) {
+    expect_read_as_std<short>(text);
+    expect_read_as_std<unsigned short>(text);
+    expect_read_as_std<int>(text);
+    expect_read_as_std<unsigned int>(text);
+    expect_read_as_std<long>(text);
+    expect_read_as_std<unsigned long>(text);
+    expect_read_as_std<float>(text);
+    expect_read_as_std<double>(text);
+    expect_read_as_std<char>(text);
+  }
+}
+
+TEST(TextFormatTest, OtherFormatStatesUseTheStdOperators) {
+  std::istringstream text("ff 10 ");
+  text >> std::hex;
+  KRListream in(text);
+  int a = 0, b = 0;
+  in >> a >> b;
+  EXPECT_EQ(a, 255);
+  EXPECT_EQ(b, 16);
+}
+
+}  // namespace
