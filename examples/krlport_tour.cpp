@@ -2,8 +2,11 @@
 // the shared library only, so everything it touches is exported interface.
 #include <cstdio>
 #include <iostream>
+#include <sstream>
 
 #include <krlport/krlport.h>
+#include <krlport/streams/istream.h>
+#include <krlport/streams/ostream.h>
 
 namespace {
 
@@ -14,8 +17,8 @@ void strings() {
   CORBA_String_var id("IDL:omg.org/CORBA/TRANSACTION_ROLLEDBACK:1.0");
   const char* buffer = id.in();
   id = "IDL:omg.org/CORBA/BAD_PARAM:1.0";  // fits: the holder refills its own buffer
-  std::cout << "holder now holds " << id << (id.in() == buffer ? " in its old buffer" : " in a new buffer")
-            << '\n';
+  std::cout << "holder now holds " << id
+            << (id.in() == buffer ? " in its old buffer" : " in a new buffer") << '\n';
   std::cout << "CORBA::hash(\"abc\") = " << CORBA::hash("abc") << '\n';
 }
 
@@ -36,12 +39,34 @@ void registry_and_raise() {
   try {
     throw CORBA_TIMEOUT(10061, CORBA::COMPLETED_NO, "peer did not answer");
   } catch (const CORBA_Exception& x) {
-    const CORBA_SystemException* s = CORBA_SystemException::_downcast(const_cast<CORBA_Exception*>(&x));
-    std::printf("caught %s as CORBA_Exception: minor %lu (a vendor code, stored unchanged), \"%s\"\n",
-                x._name(), s->minor(), s->explanation());
+    const CORBA_SystemException* s =
+        CORBA_SystemException::_downcast(const_cast<CORBA_Exception*>(&x));
+    std::printf(
+        "caught %s as CORBA_Exception: minor %lu (a vendor code, stored unchanged), \"%s\"\n",
+        x._name(), s->minor(), s->explanation());
   }
-  std::cout << "unknown id -> " << (CORBA_Exception::Description::desc("IDL:nowhere/Nothing:1.0") ? "found" : "null")
+  std::cout << "unknown id -> "
+            << (CORBA_Exception::Description::desc("IDL:nowhere/Nothing:1.0") ? "found" : "null")
             << '\n';
+}
+
+void exception_on_a_stream() {
+  heading("an exception on a typed stream");
+  std::stringstream wire;
+  KRLostream out(wire);
+  out << CORBA_COMM_FAILURE(10061, CORBA::COMPLETED_NO, "the explanation stays here");
+  std::cout << "on the wire: " << wire.str() << '\n';
+
+  KRListream in(wire);
+  CORBA_Exception* e = nullptr;
+  in >> e;  // found by its repository id, made by its factory, body read back
+  try {
+    e->_raise();
+  } catch (const CORBA_COMM_FAILURE& x) {
+    std::printf("read back and raised as %s: minor %lu, explanation \"%s\"\n", x._name(), x.minor(),
+                x.explanation());
+  }
+  CORBA::release(e);
 }
 
 struct Key {
@@ -75,6 +100,7 @@ int main() {
   std::cout << "krlport-tour: inited = " << KRLPortLibManager::inited << '\n';
   strings();
   registry_and_raise();
+  exception_on_a_stream();
   dictionary();
   return 0;
 }

@@ -30,4 +30,6 @@
 #include "krlport/streams/ostream.h"
 #include "krlport/streams/string_stream_ops.h"
 
+#include "krlport/services/logger.h"
+
 #endif  // KRLPORT_KRLPORT_H_

@@ -10,11 +10,15 @@
 #ifndef KRLPORT_EXCEPTIONS_EXCEPTION_H_
 #define KRLPORT_EXCEPTIONS_EXCEPTION_H_
 
+#include <iosfwd>
+
 #include "krlport/frame/corba.h"
 #include "krlport/frame/export.h"
 
 // A type of the layer above; this library only stores and hands back pointers.
 class CORBA_TypeCode;
+class KRListream;
+class KRLostream;
 
 class KRL_EXPORT CORBA_Exception {
  public:
@@ -68,6 +72,14 @@ class KRL_EXPORT CORBA_Exception {
   virtual ~CORBA_Exception();
 
   virtual const Description& _desc() const;
+  // The body of the exception on a stream, without its repository id: the
+  // fields in a fixed order, which _copy reads back in the same order. Here
+  // the body is empty and both do nothing.
+  virtual void _write(KRLostream& s) const;
+  virtual void _copy(KRListream& s);
+  // The readable form, one endl-terminated line or more: here
+  // "Exception: " and _name().
+  virtual void _pretty_print(KRLostream& s) const;
   // Throws a copy of the object with the static type of its concrete class.
   virtual void _raise() const = 0;
   // A new heap copy; the caller owns it.
@@ -106,5 +118,22 @@ class KRL_EXPORT CORBA_Exception_var {
  private:
   CORBA_Exception* _ptr;
 };
+
+// Exceptions on streams.
+//
+// Writes e's repository id, then its body (_write), with no frame around them.
+KRL_EXPORT KRLostream& operator<<(KRLostream& s, const CORBA_Exception& e);
+// Reads a repository id and sets e to a new object of the registered class,
+// which then reads its own body (_copy); the caller owns e, also when _copy
+// throws. An id that is not registered, or names a class without a factory,
+// gives a CORBA_UNKNOWN (minor 0x4F4D0000, COMPLETED_NO) and leaves the body
+// unread. Throws CORBA_BAD_INV_ORDER (4, COMPLETED_MAYBE) when there is no
+// registry, and what reading the id throws (CORBA_MARSHAL for a zero length
+// when null strings are not allowed), with e null.
+KRL_EXPORT KRListream& operator>>(KRListream& s, CORBA_Exception*& e);
+// On a stream of KRLLogger (out, err or log, by address) the readable form of
+// _pretty_print; on any other stream the body alone, without the id, which
+// operator>> can't read back. Builds the logger at its first use.
+KRL_EXPORT std::ostream& operator<<(std::ostream& s, const CORBA_Exception& e);
 
 #endif  // KRLPORT_EXCEPTIONS_EXCEPTION_H_

@@ -25,6 +25,16 @@ class KRL_EXPORT CORBA_SystemException : public CORBA_Exception {
   ~CORBA_SystemException() override;
 
   const Description& _desc() const override;
+  // The body: _minor, then _completed, each as an unsigned long. The
+  // explanation stays on the sender's side.
+  void _write(KRLostream& s) const override;
+  // Reads _minor and _completed back. A completion status outside the
+  // enumeration is kept as it came; the explanation is left as it was.
+  void _copy(KRListream& s) override;
+  // "Exception: " and the name; "\tExplanation: " and the text unless it is
+  // nil or empty; "\tMinor: " and the code; "\tCompletion Status: " and YES,
+  // NO, MAYBE or "Invalid status". Each line ends with endl.
+  void _pretty_print(KRLostream& s) const override;
 
   unsigned long minor() const { return _minor; }
   void minor(unsigned long m);

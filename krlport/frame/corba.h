@@ -10,7 +10,13 @@ class CORBA_Exception;
 
 class KRL_EXPORT CORBA {
  public:
-  enum CompletionStatus { COMPLETED_YES = 0, COMPLETED_NO = 1, COMPLETED_MAYBE = 2 };
+  // A fixed underlying type: a status read from a stream may hold any value
+  // (it prints as "Invalid status"), and copying it must stay defined.
+  enum CompletionStatus : unsigned long {
+    COMPLETED_YES = 0,
+    COMPLETED_NO = 1,
+    COMPLETED_MAYBE = 2
+  };
 
   // Vendor minor code set id reserved by the standard for its minor codes.
   static const unsigned long OMGVMCID = 0x4F4D0000UL;

@@ -1,0 +1,242 @@
+#include "krlport/services/logger.h"
+
+#include <limits.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <new>
+
+#include "krlport/platform/system.h"
+#include "krlport/portable/base_util.h"
+
+namespace krl_internal {
+namespace {
+
+// The instance: raw static storage, zero at load, built at first use. The
+// flag goes up when the building starts.
+alignas(KRLLogger) unsigned char _logger_storage[sizeof(KRLLogger)];
+std::atomic<bool> _logger_made{false};
+
+// Owned streams that replace_stream displaced, kept open until the logger
+// ends. A plain list, so that nothing here needs a dynamic initialiser.
+struct RetiredStream {
+  std::ostream* stream;
+  RetiredStream* next;
+};
+RetiredStream* _retired = nullptr;
+
+void retire(std::ostream* stream) {
+  RetiredStream* r = new (std::nothrow) RetiredStream{stream, _retired};
+  if (r == nullptr) {
+    delete stream;  // no slot holds it, so nobody can miss it
+    return;
+  }
+  _retired = r;
+}
+
+// Makes each missing directory above the file named by path, from the top
+// down, and stops at the first one that can't be made. An absolute path's
+// walk starts behind its leading '/'. Something that exists counts as made,
+// directory or not. path is changed during the walk and restored.
+bool make_directories(char* path) {
+  char* const end = std::strrchr(path, '/');
+  if (end == nullptr) return true;  // a bare file name: nothing to make
+  *end = '\0';
+  char* walk = path[0] == '/' ? path + 1 : path;
+  bool made = true;
+  for (;;) {
+    char* const sep = std::strchr(walk, '/');
+    if (sep != nullptr) *sep = '\0';
+    // EEXIST: another process made it between the two calls.
+    made = path_exists(path) || ::mkdir(path, 0777) == 0 || errno == EEXIST;
+    if (sep != nullptr) *sep = '/';
+    if (!made || sep == nullptr) break;
+    walk = sep + 1;
+  }
+  *end = '/';
+  return made;
+}
+
+// Formats the log path of file into path; false when it doesn't fit.
+bool format_log_path(const char* file, char* path, unsigned int size) {
+  const char* const adm = BaseUtil::GetProperty("KORLAN_ADM");
+  // An empty value counts as none: it would put the logs below the root.
+  const bool have_adm = adm != nullptr && adm[0] != '\0';
+  const int length = have_adm ? std::snprintf(nullptr, 0, "%s/log/%s", adm, file)
+                              : std::snprintf(nullptr, 0, "/korlan/log/%s", file);
+  if (length < 0 || static_cast<unsigned int>(length) >= size) return false;
+  if (have_adm) {
+    std::snprintf(path, size, "%s/log/%s", adm, file);
+  } else {
+    std::snprintf(path, size, "/korlan/log/%s", file);
+  }
+  return true;
+}
+
+// A new stream on path, emptied; null when it can't be made or opened.
+std::ofstream* open_log_file(const char* path) {
+  std::ofstream* stream = new (std::nothrow) std::ofstream(path, std::ios::out);
+  if (stream != nullptr && stream->rdstate() != 0) {
+    delete stream;
+    return nullptr;
+  }
+  return stream;
+}
+
+}  // namespace
+}  // namespace krl_internal
+
+KRLLogger::KRLLogger()
+    : _out(nullptr), _err(nullptr), _log(nullptr), _out_owned(0), _err_owned(0), _log_owned(0) {
+  // PATH_MAX rather than the 260 of Windows: a deep KORLAN_ADM must still fit.
+  char path[PATH_MAX];
+  log_to("krlout.log", path, sizeof path, 1);
+  log_to("krlerr.log", path, sizeof path, 2);
+  log_to("krllog.log", path, sizeof path, 4);
+}
+
+KRLLogger::~KRLLogger() { release(); }
+
+KRLLogger* KRLLogger::storage() {
+  return reinterpret_cast<KRLLogger*>(krl_internal::_logger_storage);
+}
+
+KRLLogger& KRLLogger::instance() {
+  if (krl_internal::_logger_made.load(std::memory_order_acquire)) return *storage();
+  // The flag first: the constructor comes back here through replace_out and
+  // its like, and must get this same object.
+  krl_internal::_logger_made.store(true, std::memory_order_relaxed);
+  try {
+    new (krl_internal::_logger_storage) KRLLogger();
+  } catch (...) {
+    krl_internal::_logger_made.store(false, std::memory_order_relaxed);
+    throw;
+  }
+  // Publishes the built object to callers on threads that come later.
+  krl_internal::_logger_made.store(true, std::memory_order_release);
+  std::atexit(&KRLLogger::terminate);
+  return *storage();
+}
+
+// Runs at exit (at unload for the shared library). The object stays in
+// place with empty slots, so that a later caller falls back to the standard
+// streams instead of reaching a deleted one.
+void KRLLogger::terminate() {
+  storage()->release();
+  while (krl_internal::_retired != nullptr) {
+    krl_internal::RetiredStream* r = krl_internal::_retired;
+    krl_internal::_retired = r->next;
+    delete r->stream;
+    delete r;
+  }
+}
+
+void KRLLogger::release() {
+  // Work on copies of the flags so that a stream shared by slots is deleted
+  // through one of them only.
+  int out_owned = _out_owned;
+  int err_owned = _err_owned;
+  int log_owned = _log_owned;
+  if (err_owned != 0 && out_owned != 0 && _err == _out) err_owned = 0;
+  if (log_owned != 0 && ((out_owned != 0 && _log == _out) || (err_owned != 0 && _log == _err))) {
+    log_owned = 0;
+  }
+  if (out_owned != 0) delete _out;
+  if (err_owned != 0) delete _err;
+  if (log_owned != 0) delete _log;
+  _out = _err = _log = nullptr;
+  _out_owned = _err_owned = _log_owned = 0;
+}
+
+std::ostream& KRLLogger::out() {
+  KRLLogger& l = instance();
+  return l._out != nullptr ? *l._out : std::cout;
+}
+
+std::ostream& KRLLogger::err() {
+  KRLLogger& l = instance();
+  return l._err != nullptr ? *l._err : std::cerr;
+}
+
+std::ostream& KRLLogger::log() {
+  KRLLogger& l = instance();
+  return l._log != nullptr ? *l._log : std::clog;
+}
+
+void KRLLogger::put(std::ostream*& slot, int& slot_owned, std::ostream* stream, int owned,
+                    bool retire) {
+  std::ostream* const old = slot;
+  const int old_owned = slot_owned;
+  slot = stream;
+  slot_owned = owned;
+  if (old == nullptr || old == stream || old_owned == 0) return;
+  // Another slot that shares the old stream keeps it and now owns it.
+  if (_out == old) {
+    _out_owned = 1;
+  } else if (_err == old) {
+    _err_owned = 1;
+  } else if (_log == old) {
+    _log_owned = 1;
+  } else if (retire) {
+    krl_internal::retire(old);
+  } else {
+    delete old;
+  }
+}
+
+void KRLLogger::replace_out(std::ostream& stream, int owned) {
+  KRLLogger& l = instance();
+  l.put(l._out, l._out_owned, &stream, owned, false);
+}
+
+void KRLLogger::replace_err(std::ostream& stream, int owned) {
+  KRLLogger& l = instance();
+  l.put(l._err, l._err_owned, &stream, owned, false);
+}
+
+void KRLLogger::replace_log(std::ostream& stream, int owned) {
+  KRLLogger& l = instance();
+  l.put(l._log, l._log_owned, &stream, owned, false);
+}
+
+void KRLLogger::replace_stream(const char* file, char selector) {
+  if (file == nullptr) return;
+  std::ofstream* stream = krl_internal::open_log_file(file);
+  if (stream == nullptr) return;
+  // One slot only, tested in the order out, log, err.
+  if ((selector & 1) != 0) {
+    put(_out, _out_owned, stream, 1, true);
+  } else if ((selector & 4) != 0) {
+    put(_log, _log_owned, stream, 1, true);
+  } else if ((selector & 2) != 0) {
+    put(_err, _err_owned, stream, 1, true);
+  } else {
+    delete stream;  // no slot selected
+  }
+}
+
+int KRLLogger::log_to(const char* file, char* path, unsigned int size, char selector) {
+  if (file == nullptr || path == nullptr) return 0;
+  if (!krl_internal::format_log_path(file, path, size)) return 0;
+  if (!krl_internal::make_directories(path)) {
+    // No second try below /korlan: the file goes into the current directory.
+    if (std::strlen(file) >= size) return 0;
+    std::strcpy(path, file);
+  }
+  std::ofstream* stream = krl_internal::open_log_file(path);
+  if (stream == nullptr) return 0;
+  if ((selector & 7) == 0) {
+    delete stream;  // the file is emptied, no slot filled
+    return 1;
+  }
+  if ((selector & 1) != 0) replace_out(*stream, 1);
+  if ((selector & 2) != 0) replace_err(*stream, 1);
+  if ((selector & 4) != 0) replace_log(*stream, 1);
+  return 1;
+}

@@ -1,0 +1,142 @@
+#include "krlport/services/logger.h"
+
+#include <gtest/gtest.h>
+#include <limits.h>
+
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "krlport/platform/system.h"
+#include "krlport/portable/test_support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using krl_test::ScopedEnv;
+
+// Points KORLAN_ADM at a temporary directory before any test of this binary
+// (exception_stream_test.cpp too) makes the logger, so that none writes below
+// /korlan. gtest deletes it at the end, which removes the directory.
+struct LogDir : ::testing::Environment {
+  LogDir() { ::setenv("KORLAN_ADM", (dir.path() + "/adm").c_str(), 1); }
+  krl_test::TempDir dir;
+};
+LogDir* const log_dir = static_cast<LogDir*>(::testing::AddGlobalTestEnvironment(new LogDir));
+
+// Counts live objects, so that a test sees how often the logger deletes.
+struct TrackedStream : std::ostream {
+  explicit TrackedStream(bool report = false) : std::ostream(nullptr), report(report) { ++live; }
+  ~TrackedStream() override {
+    --live;
+    if (report) std::fprintf(stderr, "deleted %d\n", ++reported);
+  }
+  bool report;
+  static inline int live = 0, reported = 0;
+};
+
+std::string slurp(const std::string& path) {
+  std::ostringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
+}
+
+TEST(LoggerLogTo, MakesTheDirectoriesEmptiesTheFileAndNeedsRoomForThePath) {
+  const std::string adm = log_dir->dir.path() + "/a/b";
+  ScopedEnv env("KORLAN_ADM", adm.c_str());
+  const std::string expected = adm + "/log/x.log";
+  char path[PATH_MAX];
+  EXPECT_EQ(KRLLogger::log_to("x.log", path, expected.size(), 0), 0);
+  EXPECT_FALSE(fs::exists(adm));
+  ASSERT_EQ(KRLLogger::log_to("x.log", path, expected.size() + 1, 0), 1);
+  EXPECT_EQ(path, expected);
+  std::ofstream(expected) << "old text";
+  ASSERT_EQ(KRLLogger::log_to("x.log", path, sizeof path, 0), 1);
+  EXPECT_EQ(fs::file_size(expected), 0u);
+
+  // Without KORLAN_ADM the path lies below /korlan: one byte short of it
+  // fails before anything is made there.
+  ScopedEnv no_adm("KORLAN_ADM", nullptr);
+  krl_internal::set_property_file_path("/nonexistent/properties");
+  EXPECT_EQ(KRLLogger::log_to("x.log", path, std::strlen("/korlan/log/x.log"), 0), 0);
+  krl_internal::set_property_file_path(nullptr);
+}
+
+TEST(LoggerLogTo, RelativeAdmAndUnmakeableDirectoryUseTheCurrentDirectory) {
+  const fs::path old_cwd = fs::current_path();
+  fs::current_path(log_dir->dir.path());
+  std::ofstream("plain_file") << "in the way";
+  char path[PATH_MAX];
+  const char* const cases[][2] = {{"rel", "rel/log/f.log"}, {"plain_file/adm", "f.log"}};
+  for (const auto& c : cases) {
+    ScopedEnv env("KORLAN_ADM", c[0]);
+    EXPECT_EQ(KRLLogger::log_to("f.log", path, sizeof path, 0), 1);
+    EXPECT_STREQ(path, c[1]);
+    EXPECT_TRUE(fs::exists(c[1]));
+  }
+  fs::current_path(old_cwd);
+}
+
+TEST(LoggerSlots, SharedStreamStaysWhileASlotHoldsItAndGoesOnceAfterwards) {
+  KRLLogger& logger = KRLLogger::instance();
+  char path[PATH_MAX];
+  ASSERT_EQ(KRLLogger::log_to("both.log", path, sizeof path, 3), 1);
+  EXPECT_EQ(&logger.out(), &logger.err());
+  TrackedStream other;
+  KRLLogger::replace_out(other, 0);  // must not delete what err still uses
+  logger.err() << "still open" << std::flush;
+  EXPECT_EQ(slurp(path), "still open");
+
+  const int live = TrackedStream::live;
+  TrackedStream* a = new TrackedStream;
+  KRLLogger::replace_out(*a, 1);
+  KRLLogger::replace_out(*a, 1);  // the same stream: nothing deleted
+  KRLLogger::replace_err(*a, 1);
+  KRLLogger::replace_log(*a, 0);
+  KRLLogger::replace_out(other, 0);
+  KRLLogger::replace_err(other, 0);  // the log slot still holds a, and now owns it
+  EXPECT_EQ(TrackedStream::live, live + 1);
+  KRLLogger::replace_log(other, 0);
+  EXPECT_EQ(TrackedStream::live, live);
+
+  fs::create_directories(log_dir->dir.path() + "/adm/log/dir.log");
+  EXPECT_EQ(KRLLogger::log_to("dir.log", path, sizeof path, 4), 0);  // can't open a directory
+  EXPECT_EQ(&logger.log(), &other);
+  for (auto replace : {KRLLogger::replace_out, KRLLogger::replace_err, KRLLogger::replace_log}) {
+    replace(std::clog, 0);  // `other` is about to die
+  }
+}
+
+TEST(LoggerSlots, ReplaceStreamFillsOneSlotAndKeepsTheDisplacedStreamOpen) {
+  KRLLogger& logger = KRLLogger::instance();
+  KRLLogger::replace_log(*new TrackedStream, 1);
+  std::ostream* const err_before = &logger.err();
+  const std::string file = log_dir->dir.path() + "/replaced.log";
+  const int live = TrackedStream::live;
+  logger.replace_stream(file.c_str(), 6);
+  EXPECT_EQ(&logger.err(), err_before);
+  EXPECT_EQ(TrackedStream::live, live);
+  std::ostream* const log_now = &logger.log();
+  *log_now << "log slot" << std::flush;
+  EXPECT_EQ(slurp(file), "log slot");
+  logger.replace_stream((log_dir->dir.path() + "/no/dir.log").c_str(), 4);
+  EXPECT_EQ(&logger.log(), log_now);
+}
+
+TEST(LoggerDeathTest, ExitDeletesEachOwnedStreamOnce) {
+  // A double delete aborts or prints a second line, a missing one prints none.
+  EXPECT_EXIT(
+      {
+        char path[PATH_MAX];
+        KRLLogger::log_to("exit.log", path, sizeof path, 3);
+        TrackedStream* t = new TrackedStream(true);
+        KRLLogger::replace_err(*t, 1);
+        KRLLogger::replace_log(*t, 1);
+        std::exit(0);
+      },
+      ::testing::ExitedWithCode(0), "^deleted 1\n$");
+}
+
+}  // namespace
