@@ -24,7 +24,7 @@ template <class Key>
 struct KeySet;
 
 // Distinct repository ids of about 32 characters: "IDL:", a module path,
-// a name of 6 to 13 random letters, ":1.0". The same seed gives the same
+// a name of 6 to 13 random letters, ":1.0". A fixed generator start gives the same
 // sequence, so KeySet(n) is a prefix of KeySet(m) for n < m. Ids that differ
 // only in a few fixed positions would defeat the shift-xor string hash and
 // measure its collisions instead of the containers.
