@@ -11,6 +11,7 @@
 #include "krlport/frame/string_wrapper.h"
 #include "krlport/frame/wstring_var.h"
 
+#include "krlport/exceptions/environment.h"
 #include "krlport/exceptions/exception.h"
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/exceptions/user_exception.h"
@@ -19,6 +20,9 @@
 #include "krlport/threads/mutex.h"
 #include "krlport/threads/rw_lock.h"
 #include "krlport/threads/spin_mutex.h"
+#include "krlport/threads/thread.h"
+#include "krlport/threads/thread_id.h"
+#include "krlport/threads/thread_local.h"
 #include "krlport/threads/unique_id.h"
 
 #include "krlport/portable/base_util.h"

@@ -6,6 +6,7 @@
 
 #include "krlport/frame/export.h"
 
+class CORBA_Environment;
 class CORBA_Exception;
 
 class KRL_EXPORT CORBA {
@@ -41,6 +42,14 @@ class KRL_EXPORT CORBA {
 
   // Destroys an exception through its virtual destructor; null does nothing.
   static void release(CORBA_Exception* e);
+
+  // The calling thread's own environment, made at its first call on the
+  // thread; good on that thread until the thread ends.
+  static CORBA_Environment& current_environment();
+  // Destroys and frees e; null does nothing.
+  static void release(CORBA_Environment* e);
+  // 1 for null, else 0.
+  static unsigned char is_nil(CORBA_Environment* e);
 
  private:
   CORBA();

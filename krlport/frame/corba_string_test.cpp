@@ -39,7 +39,7 @@ TEST(CorbaStringTest, AllocDupFree) {
 TEST(CorbaStringTest, EmptyStringOfDefaultHolderIsNotNilAndFreeIgnoresIt) {
   CORBA_String_var v;
   EXPECT_EQ(CORBA::is_nil(v.in()), 0);
-  EXPECT_EQ(CORBA::is_nil(nullptr), 1);
+  EXPECT_EQ(CORBA::is_nil(static_cast<const char*>(nullptr)), 1);
   CORBA::string_free(CORBA_String_var()._retn());  // must not free shared storage
   CORBA::string_free(CORBA_String_var()._retn());
   EXPECT_STREQ(CORBA_String_var().in(), "");

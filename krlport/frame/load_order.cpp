@@ -4,13 +4,18 @@
 // object with a dynamic initialiser at namespace scope.
 #include <iostream>  // std::cout must be ready before the first trace
 
+#include "krlport/exceptions/environment.h"
 #include "krlport/exceptions/exception.h"
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/exceptions/user_exception.h"
 #include "krlport/portable/portable.h"
 #include "krlport/threads/mutex.h"
+#include "krlport/threads/thread.h"
+#include "krlport/threads/thread_local.h"
 
 // Static mutexes first: they need nothing but the platform lock.
+KRLMutex KRLThread::_mutex;
+KRLMutex KRLThreadLocal::_mutex;
 KRLMutex KRLPortable::_mutex;
 
 // The standard system exceptions. Their base, CORBA::SystemException, is built
@@ -39,3 +44,7 @@ const CORBA_Exception::Description KRLRemarshal::_description("KRLRemarshal",
                                                               KRLRemarshal::_factory,
                                                               &CORBA_UserException::_description,
                                                               nullptr);
+
+// Guards the taking of the environment's thread-local key.
+KRLMutex CurrentEnvironment::_mtx;
+

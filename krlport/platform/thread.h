@@ -26,6 +26,20 @@ void yield_processor();
 // Sleeps at least ms milliseconds; a signal does not cut the sleep short.
 void sleep_milliseconds(unsigned long long ms);
 
+// Runs start(arg) on a new detached thread. A stack size of 0 takes the
+// system's default; any other is rounded up to what the system accepts.
+// Gives 0, or the system's error number when no thread was made.
+int start_detached_thread(unsigned long stack_size, void* (*start)(void*), void* arg);
+
+// The system's handle of a thread, valid while that thread runs.
+typedef unsigned long ThreadHandle;
+ThreadHandle current_thread_handle();
+
+// Asks the thread to end without ending the process. It ends at its next
+// cancellation point (sleeps, blocking I/O, pthread waits); destructors of
+// its frames run as it unwinds. The thread must still be running.
+void cancel_thread(ThreadHandle thread);
+
 }  // namespace krl_internal
 
 #endif  // KRLPORT_PLATFORM_THREAD_H_

@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <type_traits>
 
 namespace krl_internal {
 
@@ -38,5 +40,30 @@ void sleep_milliseconds(unsigned long long ms) {
   while (nanosleep(&left, &left) != 0 && errno == EINTR) {
   }
 }
+
+int start_detached_thread(unsigned long stack_size, void* (*start)(void*), void* arg) {
+  pthread_attr_t attr;
+  int rc = pthread_attr_init(&attr);
+  if (rc != 0) return rc;
+  rc = pthread_attr_setdetachstate(&attr, PTHREAD_CREATE_DETACHED);
+  if (rc == 0 && stack_size != 0) {
+    const unsigned long page = static_cast<unsigned long>(sysconf(_SC_PAGESIZE));
+    const unsigned long least = static_cast<unsigned long>(PTHREAD_STACK_MIN);
+    unsigned long size = stack_size < least ? least : stack_size;
+    // A size too large to round up is rounded down; no system can give it.
+    size = size <= ULONG_MAX - page ? (size + page - 1) / page * page : size / page * page;
+    rc = pthread_attr_setstacksize(&attr, size);
+  }
+  pthread_t thread;
+  if (rc == 0) rc = pthread_create(&thread, &attr, start, arg);
+  pthread_attr_destroy(&attr);
+  return rc;
+}
+
+static_assert(std::is_same<pthread_t, ThreadHandle>::value, "pthread_t is the handle here");
+
+ThreadHandle current_thread_handle() { return pthread_self(); }
+
+void cancel_thread(ThreadHandle thread) { pthread_cancel(thread); }
 
 }  // namespace krl_internal

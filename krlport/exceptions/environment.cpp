@@ -1,0 +1,69 @@
+#include "krlport/exceptions/environment.h"
+
+#include <new>
+
+unsigned long CurrentEnvironment::_key_id = 0;
+// _mtx is defined in the load-order unit.
+
+CORBA_Environment& CORBA_Environment::operator=(const CORBA_Environment& e) {
+  _exception = e._exception;  // keeps its object when e is this environment
+  return *this;
+}
+
+CORBA_Environment* CORBA_Environment::_duplicate(CORBA_Environment* e) {
+  if (e == nullptr) return nullptr;
+  return new (std::nothrow) CORBA_Environment(*e);
+}
+
+CORBA_Environment& CORBA_Environment::current_environment() { return CORBA::current_environment(); }
+
+CORBA_Environment& CORBA::current_environment() {
+  return CurrentEnvironment::instance()->environment();
+}
+
+void CORBA::release(CORBA_Environment* e) { delete e; }
+
+unsigned char CORBA::is_nil(CORBA_Environment* e) { return e == nullptr ? 1 : 0; }
+
+CORBA_Environment_var::CORBA_Environment_var(const CORBA_Environment_var& v)
+    : _ptr(CORBA_Environment::_duplicate(v._ptr)) {}
+
+CORBA_Environment_var::~CORBA_Environment_var() { CORBA::release(_ptr); }
+
+CORBA_Environment_var& CORBA_Environment_var::operator=(CORBA_Environment* e) {
+  if (e != _ptr) {
+    CORBA::release(_ptr);
+    _ptr = e;
+  }
+  return *this;
+}
+
+CORBA_Environment*& CORBA_Environment_var::out() {
+  CORBA::release(_ptr);
+  _ptr = nullptr;
+  return _ptr;
+}
+
+CORBA_Environment* CORBA_Environment_var::_retn() {
+  CORBA_Environment* e = _ptr;
+  _ptr = nullptr;
+  return e;
+}
+
+CurrentEnvironment::CurrentEnvironment() : KRLThreadLocal(key_id()) {}
+
+CurrentEnvironment::~CurrentEnvironment() {}
+
+unsigned long CurrentEnvironment::key_id() {
+  unsigned long key = __atomic_load_n(&_key_id, __ATOMIC_ACQUIRE);
+  if (key != 0) return key;
+  KRLMutex_var guard(_mtx, 1);
+  if (_key_id == 0) __atomic_store_n(&_key_id, KRLThreadLocal::get_unique_id(), __ATOMIC_RELEASE);
+  return _key_id;
+}
+
+CurrentEnvironment* CurrentEnvironment::instance() {
+  KRLThreadLocal* object = KRLThreadLocal::instance(key_id());
+  if (object != nullptr) return static_cast<CurrentEnvironment*>(object);
+  return new CurrentEnvironment;
+}

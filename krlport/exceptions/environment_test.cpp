@@ -1,0 +1,81 @@
+#include "krlport/exceptions/environment.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <thread>
+
+#include "krlport/exceptions/system_exception.h"
+
+namespace {
+
+TEST(EnvironmentTest, HoldsAndCopiesItsException) {
+  CORBA_Environment env;
+  env.clear();  // empty: nothing to do
+  EXPECT_EQ(env.exception(), nullptr);
+  CORBA_BAD_PARAM* e = new CORBA_BAD_PARAM(5, CORBA::COMPLETED_MAYBE, "why");
+  env.exception(e);
+  env.exception(e);  // the same pointer again keeps it
+  env = env;
+  ASSERT_EQ(env.exception(), e);
+
+  CORBA_Environment_var copy(CORBA_Environment::_duplicate(&env));
+  const CORBA_BAD_PARAM* c = CORBA_BAD_PARAM::_downcast(copy->exception());
+  ASSERT_NE(c, nullptr);
+  EXPECT_NE(c, e);
+  EXPECT_EQ(c->minor(), e->minor());
+  EXPECT_EQ(c->completed(), CORBA::COMPLETED_MAYBE);
+  EXPECT_TRUE(c->explanation() == nullptr || std::strcmp(c->explanation(), "why") != 0);
+  env.exception(nullptr);
+  EXPECT_NE(copy->exception(), nullptr);
+
+  CORBA_Environment assigned;
+  assigned = *copy;
+  EXPECT_NE(assigned.exception(), copy->exception());
+  EXPECT_NE(CORBA_BAD_PARAM::_downcast(assigned.exception()), nullptr);
+}
+
+TEST(EnvironmentTest, HoldersOwnAndReleaseAsStated) {
+  CORBA::release(static_cast<CORBA_Environment*>(nullptr));
+  EXPECT_EQ(CORBA::is_nil(CORBA_Environment::_nil()), 1);
+  EXPECT_EQ(CORBA_Environment::_duplicate(nullptr), nullptr);
+
+  CORBA_Environment_var empty;
+  CORBA_Environment_var empty_copy(empty);  // copying nil gives nil
+  EXPECT_EQ(empty_copy.in(), nullptr);
+
+  CORBA_Environment_var v(new CORBA_Environment);
+  CORBA_Environment* held = v;
+  v = held;  // adopting what it holds keeps it
+  EXPECT_EQ(v.in(), held);
+  CORBA_Environment_out out(v);  // empties the holder at once
+  EXPECT_EQ(v.in(), nullptr);
+  CORBA_Environment* filled = new CORBA_Environment;
+  out = filled;
+  EXPECT_EQ(v.in(), filled);
+  CORBA_Environment* raw = filled;
+  CORBA_Environment_out raw_out(raw);  // nulls without releasing: v still owns it
+  EXPECT_EQ(raw, nullptr);
+  CORBA_Environment* taken = v._retn();
+  EXPECT_EQ(taken, filled);
+  CORBA::release(taken);
+}
+
+TEST(EnvironmentTest, CurrentEnvironmentIsPerThread) {
+  CORBA_Environment& mine = CORBA::current_environment();
+  EXPECT_EQ(&CORBA_Environment::current_environment(), &mine);
+  EXPECT_EQ(CurrentEnvironment::instance()->key_id(), CurrentEnvironment::key_id());
+  mine.exception(new CORBA_TIMEOUT);
+  CORBA_Environment* theirs = nullptr;
+  std::thread([&] {
+    theirs = &CORBA::current_environment();
+    EXPECT_EQ(theirs->exception(), nullptr);
+    theirs->exception(new CORBA_NO_RESOURCES);
+    KRLThreadLocal::_exit_thread(nullptr);  // finalises it, with its exception
+  }).join();
+  EXPECT_NE(theirs, &mine);
+  EXPECT_NE(CORBA_TIMEOUT::_downcast(mine.exception()), nullptr);
+  KRLThreadLocal::_exit_thread(nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,33 @@
+// KRLThreadId: the number of a thread, the key of the process-wide
+// thread-local dictionary.
+#ifndef KRLPORT_THREADS_THREAD_ID_H_
+#define KRLPORT_THREADS_THREAD_ID_H_
+
+#include <cstdint>
+
+#include "krlport/frame/export.h"
+
+class KRL_EXPORT KRLThreadId {
+ public:
+  // Names the calling thread (the system's thread id).
+  KRLThreadId();
+  KRLThreadId(const KRLThreadId& other) : _tid(other._tid) {}
+  const KRLThreadId& operator=(const KRLThreadId& other) {
+    _tid = other._tid;
+    return *this;
+  }
+  ~KRLThreadId() {}
+
+  // Names the calling thread again.
+  void reset();
+
+  unsigned long _tid;
+};
+
+// Dictionary key protocol: the number itself, and the difference.
+inline unsigned long _krl_hash(const KRLThreadId& k) { return static_cast<std::uint32_t>(k._tid); }
+inline long compare(const KRLThreadId& a, const KRLThreadId& b) {
+  return static_cast<long>(a._tid - b._tid);
+}
+
+#endif  // KRLPORT_THREADS_THREAD_ID_H_

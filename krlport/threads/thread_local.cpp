@@ -1,0 +1,182 @@
+#include "krlport/threads/thread_local.h"
+
+#include <atomic>
+#include <memory>
+
+#include "krlport/platform/thread.h"
+
+unsigned long KRLThreadLocal::_cnt = 1;
+KRLThreadLocal::KeyDict* KRLThreadLocal::_key_dict = nullptr;
+// _mutex is defined in the load-order unit.
+
+namespace {
+
+// Thread ids come back soon after a thread ends. Each thread that registers
+// an object draws an incarnation number, which its inner dictionary keeps: an
+// inner dictionary under the caller's id but of another incarnation belongs
+// to a thread that ended without _exit_thread, and the caller never sees it.
+struct ThreadSlots : KRLThreadLocal::ThreadDict {
+  explicit ThreadSlots(unsigned long long incarnation) : owner(incarnation) {}
+  const unsigned long long owner;
+};
+
+std::atomic<unsigned long long> g_next_incarnation{1};
+__thread unsigned long long t_incarnation __attribute__((tls_model("initial-exec"))) = 0;
+
+unsigned long long own_incarnation() {
+  if (t_incarnation == 0)
+    t_incarnation = g_next_incarnation.fetch_add(1, std::memory_order_relaxed);
+  return t_incarnation;
+}
+
+// The lock-free answer of instance(). Every unregistration, on any thread,
+// raises g_epoch under _mutex; a thread's cache answers only while its epoch
+// is current, so an object that was unregistered before a call began is never
+// given out. The cache holds found objects only, for the thread id it was
+// filled under (a fork child's thread has a new id).
+constexpr unsigned kCacheEntries = 4;
+struct CacheEntry {
+  unsigned long key;
+  KRLThreadLocal* object;
+};
+struct Cache {
+  unsigned long long epoch;  // 0: empty
+  unsigned long tid;
+  CacheEntry entries[kCacheEntries];
+};
+
+std::atomic<unsigned long long> g_epoch{1};
+__thread Cache t_cache __attribute__((tls_model("initial-exec")));
+
+// Call with _mutex held.
+void invalidate_caches() { g_epoch.fetch_add(1, std::memory_order_release); }
+
+// Call with _mutex held, after a hit.
+void remember(unsigned long tid, unsigned long key, KRLThreadLocal* object) {
+  const unsigned long long epoch = g_epoch.load(std::memory_order_relaxed);
+  Cache& c = t_cache;
+  if (c.epoch != epoch || c.tid != tid) {
+    c = Cache();
+    c.epoch = epoch;
+    c.tid = tid;
+  }
+  c.entries[key % kCacheEntries] = CacheEntry{key, object};
+}
+
+ThreadSlots* slots_of(KRLThreadLocal::ThreadDict* d) { return static_cast<ThreadSlots*>(d); }
+
+// The calling thread's inner dictionary, or null; with _mutex held.
+ThreadSlots* own_slots(KRLThreadLocal::KeyDict& outer, const KRLThreadId& me) {
+  KRLThreadLocal::ThreadDict* inner = nullptr;
+  if (!outer.lookup(me, inner)) return nullptr;
+  ThreadSlots* slots = slots_of(inner);
+  return slots->owner == t_incarnation ? slots : nullptr;
+}
+
+// Drops the entry of a thread that ended without _exit_thread from under the
+// id that the caller now has. Its objects stay alive, unregistered: their
+// destructors find nothing of theirs and change nothing. With _mutex held.
+void retire_stale(KRLThreadLocal::KeyDict& outer, const KRLThreadId& me) {
+  KRLThreadLocal::ThreadDict* inner = nullptr;
+  if (!outer.lookup(me, inner) || slots_of(inner)->owner == t_incarnation) return;
+  outer.extract(me, inner);
+  delete slots_of(inner);
+}
+
+}  // namespace
+
+namespace krl_internal {
+
+// For tests: the calling thread becomes what a new thread that was given
+// this id would be.
+void forget_thread_incarnation() {
+  t_incarnation = 0;
+  t_cache = Cache();
+}
+
+}  // namespace krl_internal
+
+unsigned long KRLThreadLocal::get_unique_id() {
+  KRLMutex_var guard(_mutex, 1);
+  return _cnt++;
+}
+
+KRLThreadLocal::KeyDict& KRLThreadLocal::_dict_instance() {
+  KeyDict* dict = __atomic_load_n(&_key_dict, __ATOMIC_ACQUIRE);
+  if (dict != nullptr) return *dict;
+  KRLMutex_var guard(_mutex, 1);
+  if (_key_dict == nullptr) __atomic_store_n(&_key_dict, new KeyDict, __ATOMIC_RELEASE);
+  return *_key_dict;
+}
+
+KRLThreadLocal::KRLThreadLocal(unsigned long key) : _key(key) {
+  KRLMutex_var guard(_mutex, 1);
+  KeyDict& outer = _dict_instance();
+  own_incarnation();
+  retire_stale(outer, _thread);
+  ThreadSlots* slots = own_slots(outer, _thread);
+  if (slots == nullptr) {
+    slots = new ThreadSlots(t_incarnation);
+    try {
+      slots->insert(KRLUniqueId(key), this);
+      outer.insert(_thread, slots);
+    } catch (...) {
+      delete slots;
+      throw;
+    }
+    return;
+  }
+  slots->insert(KRLUniqueId(key), this);
+}
+
+KRLThreadLocal::~KRLThreadLocal() {
+  KRLMutex_var guard(_mutex, 1);
+  KeyDict* outer = _key_dict;
+  ThreadDict* inner = nullptr;
+  if (outer == nullptr || !outer->lookup(_thread, inner)) return;
+  // The entry under our key may be another object's: a later thread with our
+  // thread's id may have registered its own.
+  KRLThreadLocal* registered = nullptr;
+  if (!inner->lookup(KRLUniqueId(_key), registered) || registered != this) return;
+  inner->remove(KRLUniqueId(_key));
+  invalidate_caches();
+  if (inner->_count == 0) {
+    outer->extract(_thread, inner);
+    delete slots_of(inner);
+  }
+}
+
+void KRLThreadLocal::finalize() { delete this; }
+
+KRLThreadLocal* KRLThreadLocal::instance(unsigned long key) {
+  const Cache& c = t_cache;
+  const CacheEntry& e = c.entries[key % kCacheEntries];
+  if (c.epoch == g_epoch.load(std::memory_order_acquire) &&
+      c.tid == krl_internal::current_thread_id() && e.key == key && e.object != nullptr) {
+    return e.object;
+  }
+  const KRLThreadId me;
+  KeyDict& outer = _dict_instance();
+  KRLMutex_var guard(_mutex, 1);
+  ThreadSlots* slots = own_slots(outer, me);
+  KRLThreadLocal* object = nullptr;
+  if (slots != nullptr && slots->lookup(KRLUniqueId(key), object)) remember(me._tid, key, object);
+  return object;
+}
+
+void KRLThreadLocal::_exit_thread(void*) {
+  KRLMutex_var guard(_mutex, 1);
+  KeyDict* outer = _key_dict;
+  const KRLThreadId me;
+  ThreadDict* inner = nullptr;
+  if (outer == nullptr || !outer->extract(me, inner)) return;
+  invalidate_caches();
+  std::unique_ptr<ThreadSlots> slots(slots_of(inner));
+  // A dead thread's objects under our id are not ours to finalise.
+  if (slots->owner != t_incarnation) return;
+  // finalize() may delete the object; its destructor finds no entry for this
+  // thread any more and leaves the dictionary alone.
+  KRLDictionaryIterator<KRLUniqueId, KRLThreadLocal*> it(slots.get());
+  while (KRLDictionaryNode<KRLUniqueId, KRLThreadLocal*>* node = it.next())
+    node->_value->finalize();
+}
