@@ -27,6 +27,7 @@
 
 #include "krlport/portable/base_util.h"
 #include "krlport/portable/host_records.h"
+#include "krlport/portable/pipe.h"
 #include "krlport/portable/portable.h"
 
 #include "krlport/streams/istream.h"

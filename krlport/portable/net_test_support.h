@@ -1,0 +1,64 @@
+// Helpers for the socket tests of this directory.
+#ifndef KRLPORT_PORTABLE_NET_TEST_SUPPORT_H_
+#define KRLPORT_PORTABLE_NET_TEST_SUPPORT_H_
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <optional>
+
+#include "krlport/exceptions/system_exception.h"
+
+namespace krl_test {
+
+// Open descriptors, not counting the one that reads them.
+inline int open_fds() {
+  DIR* d = ::opendir("/proc/self/fd");
+  int n = -3;  // ".", ".." and the directory's own descriptor
+  while (::readdir(d) != nullptr) ++n;
+  ::closedir(d);
+  return n;
+}
+
+// What f threw as an E, or nothing.
+template <class E, class F>
+std::optional<E> thrown(F&& f) {
+  try {
+    f();
+  } catch (const E& e) {
+    return e;
+  }
+  return std::nullopt;
+}
+
+// The minor code that a system exception stores for minor.
+inline unsigned long stored(unsigned long minor) {
+  return CORBA_COMM_FAILURE(minor, CORBA::COMPLETED_NO).minor();
+}
+
+// Runs body(last) in a forked child that first fills its descriptor table
+// (limit lowered to 64); last is the last descriptor opened. body's result
+// is the exit code.
+template <class F>
+int in_child_without_descriptors(F&& body) {
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    rlimit limit;
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = 64;
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+    int last = -1;
+    for (int fd; (fd = ::open("/dev/null", O_RDONLY)) >= 0;) last = fd;
+    ::_exit(body(last));
+  }
+  int status = 0;
+  ::waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+}  // namespace krl_test
+
+#endif  // KRLPORT_PORTABLE_NET_TEST_SUPPORT_H_

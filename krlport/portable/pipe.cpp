@@ -1,0 +1,87 @@
+// KRLPipe: two datagram sockets bound to free ports and connected crosswise
+// through this host's loopback address.
+#include "krlport/portable/pipe.h"
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "krlport/exceptions/system_exception.h"
+#include "krlport/portable/portable.h"
+
+namespace {
+
+[[noreturn]] void fail() { throw CORBA_BAD_INV_ORDER(4, CORBA::COMPLETED_MAYBE); }
+
+// Opens a datagram socket on a free port of the wild address into fd and
+// returns that port.
+unsigned short open_side(int& fd) {
+  sockaddr_in sa;
+  std::memset(&sa, 0, sizeof sa);
+  sa.sin_family = AF_INET;
+  sa.sin_addr.s_addr = htonl(INADDR_ANY);
+  fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) fail();
+  socklen_t length = sizeof sa;
+  if (::bind(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) < 0 ||
+      ::getsockname(fd, reinterpret_cast<sockaddr*>(&sa), &length) < 0) {
+    fail();
+  }
+  return ntohs(sa.sin_port);
+}
+
+// Fixes the peer of fd as this host's port; a name of this host converts to
+// 127.0.0.1.
+void connect_to(int fd, unsigned short port) {
+  sockaddr_in sa;
+  KRLPortable::convert(KRLPortable::host_name(), port, sa);
+  sa.sin_family = AF_INET;
+  if (::connect(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) < 0) fail();
+}
+
+// Closes both descriptors unless the constructor got through.
+struct CloseOnFailure {
+  ~CloseOnFailure() {
+    if (armed) {
+      if (reader >= 0) ::close(reader);
+      if (writer >= 0) ::close(writer);
+    }
+  }
+  int& reader;
+  int& writer;
+  bool armed = true;
+};
+
+}  // namespace
+
+KRLPipe::KRLPipe() : _reader(-1), _writer(-1) {
+  CloseOnFailure guard{_reader, _writer};
+  const unsigned short reader_port = open_side(_reader);
+  const unsigned short writer_port = open_side(_writer);
+  connect_to(_reader, writer_port);
+  connect_to(_writer, reader_port);
+  guard.armed = false;
+}
+
+KRLPipe::~KRLPipe() {
+  ::close(_reader);
+  ::close(_writer);
+}
+
+unsigned long KRLPipe::write(const char* data, unsigned long length) {
+  return static_cast<unsigned long>(::send(_writer, data, length, 0));
+}
+
+unsigned long KRLPipe::read(char* data, unsigned long length) {
+  return static_cast<unsigned long>(::recv(_reader, data, length, 0));
+}
+
+unsigned long KRLPipe::write_to_writer(const char* data, unsigned long length) {
+  return static_cast<unsigned long>(::send(_reader, data, length, 0));
+}
+
+unsigned long KRLPipe::read_from_writer(char* data, unsigned long length) {
+  return static_cast<unsigned long>(::recv(_writer, data, length, 0));
+}
