@@ -35,6 +35,10 @@
 #include "krlport/streams/ostream.h"
 #include "krlport/streams/string_stream_ops.h"
 
+#include "krlport/services/arg_list.h"
+#include "krlport/services/debug_log.h"
+#include "krlport/services/getopt.h"
+#include "krlport/services/load_library.h"
 #include "krlport/services/logger.h"
 
 #endif  // KRLPORT_KRLPORT_H_

@@ -51,7 +51,9 @@ TEST(LoadTraceTest, DebugStaticTracesEachDescriptionAndItsBaseInLoadOrder) {
   auto trace = [&](const std::string& name, const std::string& base) {
     expected += head + name + ", ADDR\nThe class has the following base:\n" + base + "\n\n";
   };
-  // The system exceptions come before their base, whose storage is still zero.
+  // The load error and the system exceptions come before their bases, whose
+  // storage is still zero.
+  trace("KRLLoadLibrary::LoadError", "(null), ADDR");
 #define KRL_SYSTEM_EXCEPTION(NAME) trace("CORBA::" #NAME, "(null), ADDR");
 #include "krlport/exceptions/system_exception_list.inc"
 #undef KRL_SYSTEM_EXCEPTION

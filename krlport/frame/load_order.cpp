@@ -9,6 +9,8 @@
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/exceptions/user_exception.h"
 #include "krlport/portable/portable.h"
+#include "krlport/services/load_library.h"
+#include "krlport/services/vdlogger.h"
 #include "krlport/threads/mutex.h"
 #include "krlport/threads/thread.h"
 #include "krlport/threads/thread_local.h"
@@ -18,10 +20,15 @@ KRLMutex KRLThread::_mutex;
 KRLMutex KRLThreadLocal::_mutex;
 KRLMutex KRLPortable::_mutex;
 
+// The loader's user exception, the first Description built: it creates the
+// exception registry and reads DEBUG_STATIC. Its base is built further down.
+const CORBA_Exception::Description KRLLoadLibrary::LoadError::_description(
+    "KRLLoadLibrary::LoadError", "IDL:ostrevan/KRLLoadLibrary::LoadError:1.0",
+    KRLLoadLibrary::LoadError::_factory, &CORBA_UserException::_description, nullptr);
+
 // The standard system exceptions. Their base, CORBA::SystemException, is built
 // further down: a Description keeps only its base's address, and nothing walks
-// the base chain before load has finished. The first of them creates the
-// exception registry and reads DEBUG_STATIC.
+// the base chain before load has finished.
 #define KRL_SYSTEM_EXCEPTION(NAME)                                                \
   CORBA_Exception::Description CORBA_##NAME::_description(                        \
       "CORBA::" #NAME, "IDL:omg.org/CORBA/" #NAME ":1.0", CORBA_##NAME::_factory, \
@@ -48,3 +55,6 @@ const CORBA_Exception::Description KRLRemarshal::_description("KRLRemarshal",
 // Guards the taking of the environment's thread-local key.
 KRLMutex CurrentEnvironment::_mtx;
 
+// The debug logger: standard output, nothing enabled, until someone names a
+// file or switches a mask on. It opens no file here.
+krl_internal::KRLDebugLogger krl_internal::KRLDebugLogger::_instance;

@@ -36,6 +36,10 @@ hostent* look_up_host(const char* name, vhostname* work);
 // thread looks names up.
 void set_host_lookup(HostLookup lookup);
 
+// Debug-log mask of the records tcpConnect writes for each failed attempt and
+// each back-off sleep.
+constexpr unsigned long kConnectTraceMask = 0x20000001;
+
 // Sleeps milliseconds between connection attempts (64-bit, in pieces).
 void backoff_sleep(unsigned long long milliseconds);
 // Test seam: called instead of sleeping; null restores real sleeps.

@@ -39,9 +39,8 @@ inline unsigned long stored(unsigned long minor) {
   return CORBA_COMM_FAILURE(minor, CORBA::COMPLETED_NO).minor();
 }
 
-// Runs body(last) in a forked child that first fills its descriptor table
-// (limit lowered to 64); last is the last descriptor opened. body's result
-// is the exit code.
+// body(last) run in a forked child whose descriptor table (limit 64) is full,
+// last the last descriptor opened; its result is the child's exit status.
 template <class F>
 int in_child_without_descriptors(F&& body) {
   const pid_t pid = ::fork();

@@ -155,7 +155,9 @@ class KRL_EXPORT KRLPortable {
   // address to bind the client side to, or null / empty. Throws
   // CORBA_TIMEOUT when an attempt's wait runs out, CORBA_BAD_PARAM (8) for a
   // host or bind_address that can't be used, else by the socket-error rule.
-  // Leaves no descriptor open when it throws.
+  // Leaves no descriptor open when it throws. Each failed attempt and each
+  // back-off sleep is a debug-log record under mask 0x20000001
+  // (KRLDebugLog::enable).
   static int tcpConnect(const char* host, unsigned short port, unsigned long long timeout,
                         const char* bind_address);
   // One attempt on the open socket fd. On return error is 0 and fd connected,

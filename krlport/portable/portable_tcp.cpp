@@ -19,6 +19,7 @@
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/portable/net_internal.h"
 #include "krlport/portable/portable.h"
+#include "krlport/services/vdlogger.h"
 
 namespace {
 
@@ -51,6 +52,24 @@ std::atomic<krl_internal::ConnectAttempt> g_connect_attempt{nullptr};
 
 int open_socket(const Candidate& c) {
   return ::socket(c.family, c.socket_type | SOCK_CLOEXEC, c.protocol);
+}
+
+// One debug-log record per failed attempt and per back-off sleep, so that a
+// host can see what a tcpConnect did (KRLDebugLog::enable(kConnectTraceMask)).
+void trace_attempt(const Candidate& c, int error) {
+  char text[INET_ADDRSTRLEN] = "?";
+  ::inet_ntop(AF_INET, &c.address.sin_addr, text, sizeof text);
+  krl_internal::KRLDebugLogger::instance().begin_record(0, krl_internal::kConnectTraceMask,
+                                                        "portable_tcp.cpp", __LINE__)
+      << "connect to " << text << ":" << static_cast<long>(ntohs(c.address.sin_port))
+      << " failed, errno " << static_cast<long>(error) << krl_internal::end_record;
+}
+
+void trace_sleep(unsigned long long milliseconds) {
+  krl_internal::KRLDebugLogger::instance().begin_record(0, krl_internal::kConnectTraceMask,
+                                                        "portable_tcp.cpp", __LINE__)
+      << "back-off sleep of " << static_cast<long>(milliseconds) << " ms"
+      << krl_internal::end_record;
 }
 
 void close_socket(int& fd) {
@@ -172,6 +191,7 @@ int KRLPortable::tcpConnect(const char* host, unsigned short port, unsigned long
     bind_client(fd, bind_address);
     connect_attempt(fd, error, target, remaining);  // a CORBA_TIMEOUT leaves at once
     if (error == 0) return fd;
+    trace_attempt(target, error);
     if (error == EADDRINUSE && ++in_use_retries <= 16) continue;  // 17 attempts in all
     if (error == ECONNREFUSED && first_refusal) {
       if (saIsLoopback(target.sa())) saSetLocal(target.sa());
@@ -182,11 +202,15 @@ int KRLPortable::tcpConnect(const char* host, unsigned short port, unsigned long
       const unsigned long long step = backoff <= ULLONG_MAX / 1000 ? backoff * 1000 : ULLONG_MAX;
       if (remaining > step) {
         remaining -= step;
+        trace_sleep(step);
         krl_internal::backoff_sleep(step);
         backoff *= 2;
         continue;
       }
-      if (remaining != 0) krl_internal::backoff_sleep(remaining);
+      if (remaining != 0) {
+        trace_sleep(remaining);
+        krl_internal::backoff_sleep(remaining);
+      }
       remaining = 0;
     }
     krl_internal::throw_socket_error(error);

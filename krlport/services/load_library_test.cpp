@@ -1,0 +1,75 @@
+#include "krlport/services/load_library.h"
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "krlport/platform/loader.h"
+#include "krlport/portable/test_support.h"
+
+namespace krl_internal {
+struct LoadLibraryPeer {
+  static auto& table() { return KRLLoadLibrary::instance()->_libraries; }
+  static auto load(const char* name) { return KRLLoadLibrary::instance()->_loadLibrary(name, 1); }
+};
+}  // namespace krl_internal
+
+namespace {
+
+using krl_internal::LoadLibraryPeer;
+constexpr char kPlugin[] = "libkrltestplugin_r.so";  // found through the test's run path
+
+const krl_test::TempDir g_log_dir;  // a failed Load builds the logger; its files go here
+const int g_log_env = ::setenv("KORLAN_ADM", g_log_dir.path().c_str(), 1);
+
+bool loaded(const char* name) {  // the probe's reference goes back
+  void* handle = ::dlopen(name, RTLD_NOW | RTLD_NOLOAD);
+  return handle != nullptr && ::dlclose(handle) == 0;
+}
+
+TEST(LoadLibraryTest, LoadsOnceUnloadsOnlyByTheRecordedNameAndReleasesAll) {
+  auto& table = LoadLibraryPeer::table();
+  KRLLoadLibrary::instance()->Load("krltestplugin");
+  KRLLoadLibrary::instance()->Load("krltestplugin");  // recorded: no second reference
+  KRLLoadLibrary::instance()->Load("libm.so.6");      // tried after liblibm.so.6_r.so
+  EXPECT_EQ(2u, table._count);                        // libm.so.6 too
+  KRLLoadLibrary::instance()->Unload("krltestplugin");
+  EXPECT_TRUE(loaded(kPlugin));
+  KRLLoadLibrary::instance()->Unload(kPlugin);
+  EXPECT_FALSE(loaded(kPlugin));
+  // Each with a reference; removals move entries into slots the walk has passed.
+  unsigned long error = 0;
+  std::string text;
+  for (int i = 0; i < 200; ++i) {
+    void* handle = krl_internal::open_library(kPlugin, error, text);
+    table.insert(std::to_string(i * 7919).c_str(), static_cast<HINSTANCE__*>(handle));
+  }
+  KRLLoadLibrary::instance()->UnloadAll();
+  EXPECT_EQ(0u, table._count);
+  EXPECT_FALSE(loaded(kPlugin));
+}
+
+TEST(LoadLibraryTest, AMissingLibraryIsReportedOnCerrOrRaisedAsLoadError) {
+  const std::string missing = "krl_no_such_library", tail = "]: \n";
+  for (const std::string& name : {missing, std::string(3000, 'x')}) {
+    testing::internal::CaptureStderr();
+    KRLLoadLibrary::instance()->Load(name.c_str());
+    EXPECT_EQ("LoadLibrary failed for [" + name + tail, testing::internal::GetCapturedStderr());
+  }
+  EXPECT_EQ(0u, LoadLibraryPeer::table()._count);
+  try {
+    LoadLibraryPeer::load(missing.c_str());
+    ADD_FAILURE() << "no LoadError";
+  } catch (KRLLoadLibrary::LoadError& e) {
+    const CORBA_Exception_var copy(e._deep_copy());
+    const auto* error = KRLLoadLibrary::LoadError::_downcast(copy);
+    ASSERT_NE(nullptr, error);
+    EXPECT_EQ(static_cast<unsigned long>(ENOENT), error->_code);
+    EXPECT_NE(nullptr, std::strstr(error->_text, missing.c_str()));
+  }
+}
+
+}  // namespace
