@@ -24,7 +24,9 @@ class KRL_EXPORT CORBA {
 
   // Strings that cross the library boundary come from these and go back
   // through string_free / wstring_free, so caller and library share one
-  // allocator. string_alloc(len) gives len + 1 uninitialised bytes.
+  // allocator. string_alloc(len) gives len + 1 uninitialised bytes. A length
+  // whose buffer size does not fit an object throws std::bad_alloc, as any
+  // failed allocation does.
   static char* string_alloc(unsigned long len);
   // Returns a new copy the caller frees with string_free; null gives null.
   static char* string_dup(const char* s);

@@ -1,5 +1,6 @@
 // CORBA::string_* and wstring_*: the one allocator pair for strings that cross
 // the library boundary, and the string hash of dictionary keys.
+#include <cstdint>
 #include <cstring>
 #include <new>
 
@@ -12,7 +13,18 @@ namespace krl_internal {
 char* const _empty_string = const_cast<char*>("");
 }  // namespace krl_internal
 
-char* CORBA::string_alloc(unsigned long len) { return static_cast<char*>(::operator new(len + 1)); }
+namespace {
+
+// The largest object there can be. A buffer size above it, or one that would
+// wrap, is a failed allocation, never a small buffer.
+constexpr unsigned long kMaxBytes = PTRDIFF_MAX;
+
+}  // namespace
+
+char* CORBA::string_alloc(unsigned long len) {
+  if (len > kMaxBytes - 1) throw std::bad_alloc();
+  return static_cast<char*>(::operator new(len + 1));
+}
 
 char* CORBA::string_dup(const char* s) {
   if (s == nullptr) return nullptr;
@@ -27,6 +39,7 @@ void CORBA::string_free(char* s) {
 }
 
 unsigned short* CORBA::wstring_alloc(unsigned long len) {
+  if (len > kMaxBytes / 2 - 1) throw std::bad_alloc();
   return static_cast<unsigned short*>(::operator new(2 * len + 2));
 }
 

@@ -1,4 +1,6 @@
+#include <cstdint>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -34,6 +36,15 @@ TEST(CorbaStringTest, AllocDupFree) {
   unsigned short* wcopy = CORBA::wstring_dup(wide);
   EXPECT_EQ(std::memcmp(wcopy, wide, sizeof wide), 0);
   CORBA::wstring_free(wcopy);
+}
+
+// len + 1 and 2 * len + 2 used to wrap to buffers of 0 or 2 bytes.
+TEST(CorbaStringTest, AllocWithALengthWhoseSizeDoesNotFitThrowsBadAlloc) {
+  EXPECT_THROW(CORBA::string_alloc(~0UL), std::bad_alloc);
+  EXPECT_THROW(CORBA::string_alloc(PTRDIFF_MAX), std::bad_alloc);
+  EXPECT_THROW(CORBA::wstring_alloc(~0UL), std::bad_alloc);
+  EXPECT_THROW(CORBA::wstring_alloc(~0UL / 2), std::bad_alloc);
+  EXPECT_THROW(CORBA::wstring_alloc(PTRDIFF_MAX / 2), std::bad_alloc);
 }
 
 TEST(CorbaStringTest, EmptyStringOfDefaultHolderIsNotNilAndFreeIgnoresIt) {

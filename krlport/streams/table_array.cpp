@@ -1,5 +1,6 @@
 #include "krlport/streams/table_array.h"
 
+#include <climits>
 #include <cstring>
 #include <new>
 
@@ -10,6 +11,8 @@ namespace krl_internal {
 
 void append_table(TableArrayRef a, KRLOffsetTable* table) {
   if (a.count == a.capacity) {
+    // The count is an int: an array that cannot double is a failed allocation.
+    if (a.capacity > INT_MAX / 2) throw std::bad_alloc();
     const int capacity = a.capacity == 0 ? 1 : 2 * a.capacity;
     auto* grown = static_cast<KRLOffsetTable**>(::operator new(sizeof(KRLOffsetTable*) * capacity));
     if (a.count != 0) std::memcpy(grown, a.tables, sizeof(KRLOffsetTable*) * a.count);
