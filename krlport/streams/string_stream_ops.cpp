@@ -70,9 +70,19 @@ void KRListream::read_holder(CORBA_String_var& v) {
     make_room();
     std::memcpy(v._ptr, bytes.data(), length);
   }
-  // The last byte is the terminator the length counts; one that a broken
-  // stream did not deliver is put there, so the holder always has a string.
-  v._ptr[length - 1] = '\0';
+  // The length counts the terminator, which arrives with the bytes. A stream
+  // that sends none still loses no byte: a terminator goes behind them, in a
+  // buffer one byte longer if the reused one is exactly full.
+  if (v._capacity > length) {
+    v._ptr[length] = '\0';
+  } else if (v._ptr[length - 1] != '\0') {
+    char* longer = CORBA::string_alloc(length);
+    std::memcpy(longer, v._ptr, length);
+    longer[length] = '\0';
+    v.release_buffer();
+    v._ptr = longer;
+    v._capacity = length + 1;
+  }
 }
 
 void KRListream::read_holder(CORBA_WString_var& v) {

@@ -13,8 +13,8 @@
 
 // On a stream without a std::istream (a derived stream): an unsigned long
 // length, then that many bytes through the virtual get(char*, unsigned int);
-// the length counts the terminator, which arrives with the bytes (the last
-// byte is made 0 if a broken stream delivers another). A holder
+// the length counts the terminator, which arrives with the bytes. Every byte
+// read is kept: a terminator is added behind them, never over the last. A holder
 // that owns a buffer of at least that length refills it in place. Length 0
 // makes v nil when CORBA_String_var::_allowing_null_string is set, and throws
 // CORBA_MARSHAL() otherwise, leaving v as it was.
