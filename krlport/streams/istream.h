@@ -12,7 +12,8 @@
 // Malformed text never makes a read fail hard: a failed extraction leaves the
 // std::istream failed and the value as the extractor left it, and the reads
 // behind it fail in turn without consuming anything. Declared lengths are not
-// trusted for memory: large strings are read in bounded chunks.
+// trusted for memory, in this class or any derived one: a long string is read
+// in bounded pieces into a buffer that grows with what the stream delivers.
 //
 // A stream has no lock: one thread at a time uses it.
 #ifndef KRLPORT_STREAMS_ISTREAM_H_
@@ -76,7 +77,9 @@ class KRL_EXPORT KRListream {
   // CORBA::string_free and stores a new one the caller frees the same way:
   // null for length 0, an empty string for length 1. On std::cin it reads one
   // word into the buffer s points to instead, allocating nothing; a null s
-  // there reads nothing and sets failbit on std::cin.
+  // there reads nothing and sets failbit on std::cin. A length above 64 KiB
+  // is read by this class's own reader of the quoted form, not through the
+  // virtual getCString, whose buffer would need the declared size up front.
   virtual KRListream& operator>>(char*& s);
 
   // Arrays: n values by the extractor, then one character dropped (also for
@@ -145,7 +148,9 @@ class KRL_EXPORT KRListream {
   // operator>>(char*&) for a declared length too large to trust: reads the
   // quoted form in growing chunks and allocates what the text holds.
   char* read_long_string(unsigned int n);
-  // operator>>(unsigned short*&) into a new block, in chunks likewise.
+  // operator>>(unsigned short*&) into a new block: the virtual
+  // get(unsigned short*, n) in pieces, while the stream is good and
+  // is_available says the next piece is there.
   unsigned short* read_new_wide(unsigned long n);
 };
 

@@ -1,17 +1,19 @@
 // KRListream: narrow strings, their quoted form, and wide strings.
 //
-// Memory is never sized by a declared length alone. A text stream of this
-// very class reads a narrow string declared longer than kTrustedLength bytes,
-// or a wide string declared longer than kTrustedUnits units, into a buffer
-// that grows with the text actually read, and allocates the result from
-// that; a derived stream gets the plain algorithm with its virtual calls
-// (but for a wide count above 2^32 - 1, which get() could not take).
+// Memory is never sized by a declared length alone, whatever the class of the
+// stream. A narrow string declared longer than kTrustedLength bytes, or a new
+// wide string declared longer than kTrustedUnits units, is read into a buffer
+// that grows with the text actually read, and the result is allocated from
+// that. The wide units still come through the virtual get(unsigned short*, n),
+// in pieces; the quoted form cannot be read in pieces through the virtual
+// getCString, whose buffer must have the declared size before the text is
+// seen, so a long narrow string is read by this file's own reader.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
 #include <memory>
 #include <new>
-#include <typeinfo>
 #include <vector>
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -295,7 +297,7 @@ KRListream& KRListream::operator>>(char*& s) {
   CORBA::string_free(s);
   s = nullptr;
   if (n >= 2) {
-    if (n > kTrustedLength && typeid(*this) == typeid(KRListream)) {
+    if (n > kTrustedLength) {
       s = read_long_string(n);
     } else {
       s = CORBA::string_alloc(n);
@@ -358,7 +360,7 @@ KRListream& KRListream::operator>>(unsigned short*& s) {
     krl_internal::scan_integer(*_strm, n);
   }
   if (s == nullptr) {
-    if (n > kTrustedUnits && (typeid(*this) == typeid(KRListream) || n > ~0u)) {
+    if (n > kTrustedUnits) {
       s = read_new_wide(n);
       _offset = wrapping_add(_offset, 2 * n);
       return *this;
@@ -371,24 +373,25 @@ KRListream& KRListream::operator>>(unsigned short*& s) {
   return *this;
 }
 
-// get(unsigned short*, n) for a count too large to trust: the units that the
-// text holds, a 0 behind them, and the offset of all n.
+// get(unsigned short*, n) for a count too large to trust, through the virtual
+// get in pieces of kTrustedUnits units: the buffer grows only while the stream
+// is good and says the next piece is there. The offset grows as for a single
+// call of the text form (2 for each unit, 1 for the separator), since each
+// piece added a separator of its own. Returns the units read, a 0 behind them.
 unsigned short* KRListream::read_new_wide(unsigned long n) {
   std::vector<unsigned short> units;
-  units.reserve(kTrustedUnits);
   unsigned long left = n;
-  while (left != 0 && _strm->good()) {
+  unsigned long pieces = 0;
+  do {
     const unsigned int step =
         static_cast<unsigned int>(left < kTrustedUnits ? left : kTrustedUnits);
-    for (unsigned int i = 0; i < step && _strm->good(); ++i) {
-      unsigned short unit = 0;
-      *_strm >> unit;
-      if (!_strm->fail()) units.push_back(unit);
-    }
+    const std::size_t done = units.size();
+    units.resize(done + step);
+    get(units.data() + done, step);
+    ++pieces;
     left -= step;
-  }
-  _strm->get();
-  _offset = wrapping_add(_offset, 2 * n + 1);
+  } while (left != 0 && _strm->good() && is_available(2 * std::min(left, kTrustedUnits)) != 0);
+  _offset = wrapping_add(_offset, 2 * left - (pieces - 1));
   auto* s =
       static_cast<unsigned short*>(::operator new((units.size() + 1) * sizeof(unsigned short)));
   if (!units.empty()) std::memcpy(s, units.data(), units.size() * sizeof(unsigned short));

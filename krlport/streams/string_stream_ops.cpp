@@ -8,8 +8,9 @@
 namespace {
 
 // Lengths up to this many bytes are allocated before the bytes are read;
-// longer ones are read in pieces of this size first, so a length that no
-// data backs cannot claim memory.
+// longer ones are read in pieces of this size first, each after the stream
+// said through is_available that it is there (or its get threw), so a length
+// that no data backs cannot claim memory.
 constexpr unsigned long kTrustedLength = 1ul << 16;
 
 }  // namespace
@@ -64,6 +65,7 @@ void KRListream::read_holder(CORBA_String_var& v) {
     std::vector<char> bytes;
     for (unsigned long done = 0; done < length; done += kTrustedLength) {
       const unsigned long step = length - done < kTrustedLength ? length - done : kTrustedLength;
+      if (is_available(step) == 0) throw CORBA_MARSHAL();
       bytes.resize(done + step);
       get(bytes.data() + done, static_cast<unsigned int>(step));
     }

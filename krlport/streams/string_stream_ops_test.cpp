@@ -1,6 +1,7 @@
 #include "krlport/streams/string_stream_ops.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <sstream>
 
@@ -9,10 +10,13 @@
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/streams/stream_test_support.h"
 
-// Counts the allocations of the whole binary, to see a holder keep its buffer.
+// Counts the allocations of the whole binary, to see a holder keep its buffer,
+// and fails every one above 256 MiB, so that a buffer sized by a declared
+// length alone shows as std::bad_alloc in every build.
 static int g_allocations = 0;
 void* operator new(std::size_t n) {
   ++g_allocations;
+  if (n > (std::size_t{256} << 20)) throw std::bad_alloc();
   if (void* p = std::malloc(n == 0 ? 1 : n)) return p;
   throw std::bad_alloc();
 }
@@ -93,6 +97,37 @@ TEST(StringHolderStreamTest, TextStreamsRoundTripHolders) {
   EXPECT_EQ(empty[0UL], 0);
   // A text read leaves no known size: the next derived read allocates anew.
   EXPECT_EQ(allocations_for(narrow, std::string("a\0", 2)), 1);
+}
+
+// A derived stream used to allocate (and zero) what its declared length said:
+// 3 GB for ten characters of text, 6 GB for a wide string.
+TEST(DerivedStreamTest, DeclaredLengthIsNeverTrustedForMemory) {
+  struct TextSubclass : KRListream {
+    explicit TextSubclass(std::istream& s) : KRListream(s) {}
+    int _type_number() override { return 1; }
+  };
+  // The wide count, a lie as well, takes in everything behind it.
+  std::istringstream text("3000000000\"abcdefgh\"\n4000000000\"xy\"\n3000000000 97 98 0 ");
+  TextSubclass in(text);
+  char* narrow = nullptr;
+  unsigned short* wide = nullptr;
+  CORBA_String_var holder;
+  in >> narrow >> holder >> wide;
+  EXPECT_STREQ(narrow, "abcdefgh");
+  const unsigned short ab[] = {97, 98, 0};
+  EXPECT_EQ(std::memcmp(wide, ab, sizeof ab), 0);
+  EXPECT_STREQ(holder, "xy");
+  CORBA::string_free(narrow);
+  ::operator delete(wide);
+
+  // No text behind it: a binary stream that runs dry quietly says so.
+  krl_test::QueueIstream binary;
+  binary.quiet = true;
+  binary.lengths = {3000000000UL};
+  binary.bytes = "ten bytes!";
+  CORBA_String_var kept("kept");
+  EXPECT_THROW(binary >> kept, CORBA_MARSHAL);
+  EXPECT_STREQ(kept, "kept");
 }
 
 }  // namespace
