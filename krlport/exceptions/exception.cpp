@@ -41,11 +41,13 @@ CORBA_Exception::Description::Description(const Description& d)
       _typeCode(d._typeCode) {}
 
 CORBA_Exception::Description& CORBA_Exception::Description::operator=(const Description& d) {
+  const char* const old_id = _repository_id;
   _name = d._name;
   _repository_id = d._repository_id;
   _factory = d._factory;
   _base = d._base;
   _typeCode = d._typeCode;
+  krl_internal::rekey_description(*this, old_id);
   return *this;
 }
 

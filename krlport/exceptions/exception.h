@@ -32,9 +32,11 @@ class KRL_EXPORT CORBA_Exception {
     // construction to std::cout.
     Description(const char* name, const char* repository_id, CORBA_Exception* (*factory)(),
                 const Description* base, const CORBA_TypeCode* typeCode);
-    // Copy and assignment copy the five fields and leave the registry alone.
-    // Beware: the copy's destructor still removes the entry registered under
-    // its repository id, which is the original's.
+    // Copy and assignment copy the five fields. A copy stays outside the
+    // registry; beware: its destructor still removes the entry registered
+    // under its repository id, which is the original's. A registered
+    // Description that is assigned takes its entry along to the new id (or
+    // drops it if that id is taken), so no entry outlives it.
     Description(const Description& d);
     Description& operator=(const Description& d);
     // Removes the registry entry with this repository id, whichever

@@ -18,6 +18,15 @@ void unregister_description(const char* repository_id) {
   if (_registry != nullptr) _registry->remove(KRLStringWrapper(repository_id));
 }
 
+void rekey_description(const CORBA_Exception::Description& d, const char* old_id) {
+  const CORBA_Exception::Description* held = nullptr;
+  if (_registry == nullptr || !_registry->lookup(KRLStringWrapper(old_id), held) || held != &d) {
+    return;
+  }
+  _registry->remove(KRLStringWrapper(old_id));
+  _registry->add(KRLStringWrapper(d.repository_id()), &d);
+}
+
 }  // namespace krl_internal
 
 const CORBA_Exception::Description* CORBA_Exception::Description::desc(const char* repository_id) {

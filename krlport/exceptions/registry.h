@@ -27,6 +27,12 @@ void register_description(const CORBA_Exception::Description& d);
 // Removes the entry of repository_id, whoever registered it.
 void unregister_description(const char* repository_id);
 
+// After d was given the fields of another Description: if the entry of
+// old_id is d's, it moves to d's present id, unless that id is taken (then d
+// stays outside). So no entry is left that names d under an id it no longer
+// has, and that would outlive d. May throw std::bad_alloc, with d outside.
+void rekey_description(const CORBA_Exception::Description& d, const char* old_id);
+
 }  // namespace krl_internal
 
 #endif  // KRLPORT_EXCEPTIONS_REGISTRY_H_

@@ -43,4 +43,24 @@ TEST(RegistryTest, ASecondDescriptionWithAKnownIdLosesAndItsDestructionRemovesTh
   EXPECT_EQ(&CORBA_BAD_PARAM::_description, Description::desc(id));
 }
 
+// Assignment used to leave the entry of the old id pointing at the object,
+// and desc handed it out after the object was gone.
+TEST(RegistryTest, AnAssignedDescriptionLeavesNoEntryUnderItsOldId) {
+  const char* const before = "IDL:test/Before:1.0";
+  const char* const after = "IDL:test/After:1.0";
+  {
+    Description moved("Moved", before, nullptr, &CORBA_UserException::_description, nullptr);
+    Description other("Other", after, nullptr, &CORBA_UserException::_description, nullptr);
+    moved = other;  // after is taken: moved ends outside
+    EXPECT_EQ(nullptr, Description::desc(before));
+    EXPECT_EQ(&other, Description::desc(after));
+    const Description& same = other;
+    other = same;
+    EXPECT_EQ(&other, Description::desc(after));
+  }
+  EXPECT_EQ(nullptr, Description::desc(before));
+  EXPECT_EQ(nullptr, Description::desc(after));
+  EXPECT_EQ(41u, krl_internal::exception_registry()->_count);
+}
+
 }  // namespace
