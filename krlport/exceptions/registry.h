@@ -5,7 +5,10 @@
 // The first Description creates the registry on the heap; it is never freed,
 // so it outlives every Description, also during unload. The key refers to the
 // Description's own id text, which lives as long as the entry. There is no
-// lock: entries come and go while modules load and unload.
+// lock: entries come and go while modules load and unload, and desc must not
+// run then. Lookups may run on many threads at once (each reads exceptions
+// from its own stream), and a lookup stores the hint, so the registry is the
+// table of KRLDictionary with a hint word that concurrent readers may share.
 #ifndef KRLPORT_EXCEPTIONS_REGISTRY_H_
 #define KRLPORT_EXCEPTIONS_REGISTRY_H_
 
@@ -15,7 +18,51 @@
 
 namespace krl_internal {
 
-using ExceptionRegistry = KRLDictionary<KRLStringWrapper, const CORBA_Exception::Description*>;
+class ExceptionRegistry {
+ public:
+  typedef KRLStringWrapper key_type;
+  typedef const CORBA_Exception::Description* mapped_type;
+  typedef KRLDictionaryNode<key_type, mapped_type> node_type;
+
+  ExceptionRegistry() { Core::init(*this); }
+  ~ExceptionRegistry() { Core::destroy(*this, false); }
+  ExceptionRegistry(const ExceptionRegistry&) = delete;
+  ExceptionRegistry& operator=(const ExceptionRegistry&) = delete;
+
+  // As KRLDictionary's: add gives false for a present key; lookup copies the
+  // value and gives true, or gives false. lookup may run on several threads
+  // at once, as long as nothing adds or removes meanwhile.
+  bool add(const key_type& key, mapped_type value) { return Core::add(*this, key, value); }
+  bool lookup(const key_type& key, mapped_type& value) {
+    const node_type* node = Core::lookup_node(*this, key);
+    if (node == nullptr) return false;
+    value = node->_value;
+    return true;
+  }
+  bool remove(const key_type& key) {
+    bool hint_hit;
+    const unsigned long slot = Core::removal_slot(*this, key, hint_hit);
+    if (slot == Core::kNone) return false;
+    Core::remove_slot(*this, slot, false);
+    if (hint_hit) _last_slot = 0;
+    return true;
+  }
+
+  // The fields of KRLDictionary, the hint shared by concurrent lookups.
+  unsigned long _capacity;
+  unsigned long _count;
+  node_type** _table;
+  node_type* _inline_table[kDictionaryInlineSlots];
+  unsigned short _free_count;
+  node_type* _free_nodes[kDictionaryFreeNodes];
+  SharedWord _last_slot;
+  unsigned long _bits;
+  unsigned long _mask;
+  void (*_cleanup)(key_type, mapped_type);  // never set
+
+ private:
+  typedef DictionaryCore<ExceptionRegistry> Core;
+};
 
 // The registry, or null before the first Description was built.
 ExceptionRegistry* exception_registry();

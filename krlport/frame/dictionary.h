@@ -56,6 +56,7 @@
 #ifndef KRLPORT_FRAME_DICTIONARY_H_
 #define KRLPORT_FRAME_DICTIONARY_H_
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <new>
@@ -105,6 +106,22 @@ inline unsigned long dictionary_bits_for(unsigned long n) {
   if (bits > 31) throw std::bad_alloc();
   return bits;
 }
+
+// An unsigned long that many threads may read and write at once: the hint of
+// a table that concurrent readers look up in. Relaxed loads and stores, plain
+// moves on x86-64; every use of the hint compares the key found there, so a
+// value another reader just stored is as good as any.
+class SharedWord {
+ public:
+  operator unsigned long() const { return _word.load(std::memory_order_relaxed); }
+  SharedWord& operator=(unsigned long v) {
+    _word.store(v, std::memory_order_relaxed);
+    return *this;
+  }
+
+ private:
+  std::atomic<unsigned long> _word{0};
+};
 
 static_assert(kDictionaryInlineSlots == 1UL << kDictionaryInlineBits,
               "the inline table is the table of the size request 16");

@@ -12,26 +12,12 @@
 #ifndef KRLPORT_FRAME_RW_DICTIONARY_H_
 #define KRLPORT_FRAME_RW_DICTIONARY_H_
 
-#include <atomic>
 #include <cstdint>
 
 #include "krlport/frame/dictionary.h"
 #include "krlport/threads/rw_lock.h"
 
 namespace krl_internal {
-
-// An unsigned long that threads holding a shared lock may all read and write.
-class SharedWord {
- public:
-  operator unsigned long() const { return _word.load(std::memory_order_relaxed); }
-  SharedWord& operator=(unsigned long v) {
-    _word.store(v, std::memory_order_relaxed);
-    return *this;
-  }
-
- private:
-  std::atomic<unsigned long> _word{0};
-};
 
 // Internal, for tests: reaches the fields of a KRLRWDictionary.
 struct RWDictionaryPeer;
