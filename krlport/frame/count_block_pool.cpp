@@ -1,9 +1,19 @@
 #include "krlport/frame/count_block_pool.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 
 namespace krl_internal {
+
+namespace {
+
+// Set once, when make() has built the pool.
+std::atomic<CountBlockPool*> g_built{nullptr};
+
+}  // namespace
+
+CountBlockPool* CountBlockPool::built() { return g_built.load(std::memory_order_acquire); }
 
 CountBlockPool& CountBlockPool::instance() {
   // The guard of a function-local static makes a racing first use wait for
@@ -24,6 +34,7 @@ CountBlockPool* CountBlockPool::make() {
     throw std::bad_alloc();
   }
   std::atexit(&CountBlockPool::terminate);
+  g_built.store(pool, std::memory_order_release);
   return pool;
 }
 

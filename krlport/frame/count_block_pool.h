@@ -44,6 +44,8 @@ class CountBlockPool {
   // The pool, built on the first call. Safe from any thread, the first call
   // included.
   static CountBlockPool& instance();
+  // The pool if a first use built it, else null; builds nothing.
+  static CountBlockPool* built();
 
   // A block with _sharing set to `sharing` and _count 1: the top parked one,
   // or a new one. Throws std::bad_alloc if a new block or its lock's word

@@ -7,7 +7,11 @@ using krl_internal::CountBlockPool;
 // Constant-initialised: no dynamic initialiser.
 unsigned char KRLResource::_init_sharing = 1;
 
-KRLResource::~KRLResource() { CountBlockPool::instance().give(_block_of()); }
+// A Sole resource has nothing to give back: it touches no pool, so its
+// destruction can neither build one nor fail.
+KRLResource::~KRLResource() {
+  if (_refs != 0) CountBlockPool::instance().give(_block_of());
+}
 
 void KRLResource::_hold(KRLCountBlock* b) {
   _refs = reinterpret_cast<std::uintptr_t>(b) | (b->_sharing == 0 ? kPlainTag : 0);
@@ -43,7 +47,10 @@ void KRLResource::set_init_sharing(unsigned char sharing) {
   __atomic_store_n(&_init_sharing, sharing, __ATOMIC_RELAXED);
 }
 
-void KRLResource::garbage_collect() { CountBlockPool::instance().collect(); }
+// A pool that was never built has nothing parked; it is not built for this.
+void KRLResource::garbage_collect() {
+  if (CountBlockPool* pool = CountBlockPool::built()) pool->collect();
+}
 
 namespace krl_internal {
 

@@ -88,7 +88,8 @@ class KRL_EXPORT KRLResource {
   static void garbage_collect();
 
  protected:
-  // Gives the block, if any, back to the pool.
+  // Gives the block, if any, back to the pool. Without a block it touches no
+  // pool and allocates nothing, so it cannot fail.
   virtual ~KRLResource();
 
   // Makes the count 0, taking a block first if there is none, so that the

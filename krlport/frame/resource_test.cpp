@@ -1,5 +1,6 @@
 #include "krlport/frame/resource.h"
 
+#include <cstdlib>
 #include <thread>
 #include <vector>
 
@@ -104,6 +105,21 @@ TEST_F(ResourceTest, TwoThreadsLoseNoCountOnSharedResource) {
   EXPECT_EQ(r->_num_refs(), 2);
   std::thread([r] { r->_unref(); }).join();
   EXPECT_EQ(r->_unref(), 0);
+}
+
+// The first destruction of a resource without a block used to build the pool,
+// whose failure to get a lock word then escaped the destructor and aborted.
+// A fresh process (the threadsafe style runs the test in one) has no pool yet.
+void destroy_sole_resources_and_collect() {
+  (new Tracked)->_unref();
+  { Tracked on_stack; }
+  KRLResource::garbage_collect();
+  std::_Exit(krl_internal::CountBlockPool::built() == nullptr ? 0 : 1);
+}
+
+TEST(ResourcePoolTest, ResourceWithoutBlockTouchesNoPool) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(destroy_sole_resources_and_collect(), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
