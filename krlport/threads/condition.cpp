@@ -181,7 +181,10 @@ ConditionWaiter* KRLCondition::take_all() {
 
 // The waiters go out of the array under `_mutex` and are woken after its
 // release: a woken waiter may destroy the condition at once.
-void KRLCondition::signal() { krl_internal::condition_wake(take_one()); }
+void KRLCondition::signal() {
+  if (_count.load(std::memory_order_relaxed) == 0) return;  // nobody to wake
+  krl_internal::condition_wake(take_one());
+}
 
 void KRLCondition::signal(KRLMutex_var& g) {
   signal();
@@ -189,6 +192,7 @@ void KRLCondition::signal(KRLMutex_var& g) {
 }
 
 void KRLCondition::broadcast() {
+  if (_count.load(std::memory_order_relaxed) == 0) return;
   krl_internal::condition_wake(take_all());
 }
 
