@@ -85,7 +85,6 @@ TEST(KRLRWDictionaryTest, ReadersAndAWriterShareTheTable) {
   EXPECT_EQ(d.count(), kKeys);
 }
 
-
 // A value whose copy waits, under the reader's read lock, until the
 // destructor's writer has gone to sleep behind it.
 struct SlowValue {

@@ -52,7 +52,7 @@ inline RecursiveLock& recursive_lock(LockStorage& s) {
 }
 
 // Slow paths, in lock_<system>.cpp.
-void lock_wait(RecursiveLock& l);    // takes a held word, sleeping while held
+void lock_wait(RecursiveLock& l);        // takes a held word, sleeping while held
 void lock_wake(std::atomic<int>* word);  // wakes one sleeper; uses the address only
 
 // Constructs a free lock in s.

@@ -20,7 +20,8 @@ int* futex_word(std::atomic<int>* word) { return reinterpret_cast<int*>(word); }
 void lock_wait(RecursiveLock& l) {
   // Marking the word 2 before sleeping makes the owner's release wake us.
   while (l.word.exchange(2, std::memory_order_acquire) != 0) {
-    const long r = syscall(SYS_futex, futex_word(&l.word), FUTEX_WAIT_PRIVATE, 2, nullptr, nullptr, 0);
+    const long r =
+        syscall(SYS_futex, futex_word(&l.word), FUTEX_WAIT_PRIVATE, 2, nullptr, nullptr, 0);
     // EAGAIN: the word changed before we slept; EINTR: a signal. Both retry.
     if (r != 0 && errno != EAGAIN && errno != EINTR) fatal_error("futex(FUTEX_WAIT)", errno);
   }

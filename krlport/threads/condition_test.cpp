@@ -165,7 +165,6 @@ TEST(KRLConditionTest, BoundedQueueDeliversEveryItemOnce) {
   EXPECT_EQ(std::count(delivered.begin(), delivered.end(), 1), kThreads * kItems);
 }
 
-
 // A failed sleep under the caller's armed guard: the exception leaves the
 // wait with m not held, and the guard's unlock on the way out is harmless.
 int failing_sleep(std::atomic<std::uint32_t>*, std::uint32_t, const timespec*) {

@@ -171,7 +171,6 @@ TEST(KRLRWLockTest, StressReadersNeverOverlapAWriter) {
   EXPECT_EQ(rw_lock_state(l), 0);
 }
 
-
 // The second thread in destroys the lock as soon as it has released it,
 // while the first may still be inside its unlock: a last reader waking a
 // waiting writer, a writer waking readers or a writer, or a writer whose

@@ -76,7 +76,8 @@ void expect_shared_blocks_go_back_once(Pool& pool) {
       assigned = copy;
       Lock again(assigned);
       assigned = again;  // already shared: changes nothing
-      EXPECT_EQ(take_all(pool), std::vector<Block*>{dropped});  // its last user left it
+      // The assignment gave back the block that only `assigned` used.
+      EXPECT_EQ(take_all(pool), std::vector<Block*>{dropped});
     }
     EXPECT_EQ(pool.count(), 0);
   }
