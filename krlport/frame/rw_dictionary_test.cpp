@@ -15,6 +15,10 @@ struct RWDictionaryPeer {
   static unsigned long last_slot(KRLRWDictionary<K, V>& d) {
     return d._last_slot;
   }
+  template <class K, class V>
+  static KRLRWLock& lock(KRLRWDictionary<K, V>& d) {
+    return d._lock;
+  }
 };
 }  // namespace krl_internal
 
@@ -79,6 +83,40 @@ TEST(KRLRWDictionaryTest, ReadersAndAWriterShareTheTable) {
   for (std::thread& t : readers) t.join();
   EXPECT_EQ(wrong, 0);
   EXPECT_EQ(d.count(), kKeys);
+}
+
+// A value whose copy waits, under the reader's read lock, until the
+// destructor's writer has gone to sleep behind it.
+struct SlowValue {
+  static std::atomic<KRLRWLock*> lock;
+  SlowValue() = default;
+  SlowValue(const SlowValue&) = default;
+  SlowValue& operator=(const SlowValue&) {
+    if (KRLRWLock* l = lock.exchange(nullptr)) {
+      while (krl_internal::rw_lock_sleeping_writers(*l) == 0) std::this_thread::yield();
+    }
+    return *this;
+  }
+};
+std::atomic<KRLRWLock*> SlowValue::lock{nullptr};
+
+// The destructor waits out a reader that is still inside get and then frees
+// the lock at once, while the reader's unlock may still be waking it.
+TEST(KRLRWDictionaryTest, DestructorWaitsOutTheLastReader) {
+  using Peer = krl_internal::RWDictionaryPeer;
+  for (int round = 0; round < 300; ++round) {
+    auto* d = new KRLRWDictionary<IntKey, SlowValue>;
+    SlowValue v, old;
+    d->put(1, v, old);
+    SlowValue::lock = &Peer::lock(*d);
+    std::thread reader([d] {
+      SlowValue out;
+      d->get(1, out);
+    });
+    while (SlowValue::lock != nullptr) std::this_thread::yield();  // the reader is inside
+    delete d;
+    reader.join();
+  }
 }
 
 }  // namespace

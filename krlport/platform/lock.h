@@ -9,9 +9,18 @@
 // paths below (free lock, re-entry, release without sleepers) are inline and
 // make no system call; a thread that finds the lock held sleeps in the
 // system's wait-on-address call, out of line in lock_<system>.cpp. The owner
-// field makes re-entry a compare and an increment. Calls that cannot fail and
-// still do (a release by a thread that does not own the lock, a destroy of a
-// lock the destroying thread holds) abort the process naming the call.
+// field makes re-entry a compare and an increment.
+//
+// Misuse that Windows tolerates is harmless here too: a release by a thread
+// that does not own the lock changes nothing (a caller's guard may unlock a
+// mutex that a failed condition wait already gave up), and a lock may be
+// destroyed while its own thread holds it (DeleteCriticalSection; exit()
+// inside a critical section over a static mutex).
+//
+// Lifetime: a release's last touch of the lock is the exchange that frees the
+// word. A wake-up after it hands the kernel only the word's address, and a
+// FUTEX_WAKE of a private futex reads no user memory, so the thread that gets
+// the lock next may destroy it at once.
 #ifndef KRLPORT_PLATFORM_LOCK_H_
 #define KRLPORT_PLATFORM_LOCK_H_
 
@@ -43,10 +52,8 @@ inline RecursiveLock& recursive_lock(LockStorage& s) {
 }
 
 // Slow paths, in lock_<system>.cpp.
-void lock_wait(RecursiveLock& l);    // takes a held word, sleeping while held
-void lock_wake(RecursiveLock& l);    // wakes one sleeper
-[[noreturn]] void lock_not_owner();  // aborts: "lock_release failed ... (EPERM)"
-[[noreturn]] void lock_busy();       // aborts: "lock_destroy failed ... (EBUSY)"
+void lock_wait(RecursiveLock& l);        // takes a held word, sleeping while held
+void lock_wake(std::atomic<int>* word);  // wakes one sleeper; uses the address only
 
 // Constructs a free lock in s.
 inline void lock_init(LockStorage& s) {
@@ -56,15 +63,11 @@ inline void lock_init(LockStorage& s) {
   l->depth = 0;
 }
 
-// Destroys the lock in s, which must be free. Destroying a lock that the
-// calling thread holds aborts. A lock held by another thread is not checked:
-// a process may exit while detached threads still hold a static mutex, and
-// its exit must not turn into an abort.
-inline void lock_destroy(LockStorage& s) {
-  RecursiveLock& l = recursive_lock(s);
-  if (l.owner.load(std::memory_order_relaxed) == current_thread_id()) lock_busy();
-  l.~RecursiveLock();
-}
+// Destroys the lock in s. Nobody may wait on it; the calling thread may hold
+// it. Nothing is checked: a process may exit inside a critical section, or
+// while detached threads still hold a static mutex, and its exit must not
+// turn into an abort.
+inline void lock_destroy(LockStorage& s) { recursive_lock(s).~RecursiveLock(); }
 
 // As lock_acquire if the lock is free or already the caller's; otherwise
 // returns false at once without blocking.
@@ -93,14 +96,18 @@ inline void lock_acquire(LockStorage& s) {
   l.depth = 1;
 }
 
-// Gives up one level; the caller must own the lock. A caller that held it n
-// times still holds it n - 1 times.
+// Gives up one level of the caller's: a caller that held it n times still
+// holds it n - 1 times. From a thread that does not own the lock (it cannot
+// find its own id in `owner`), it does nothing.
 inline void lock_release(LockStorage& s) {
   RecursiveLock& l = recursive_lock(s);
-  if (l.owner.load(std::memory_order_relaxed) != current_thread_id()) lock_not_owner();
+  if (l.owner.load(std::memory_order_relaxed) != current_thread_id()) return;
   if (--l.depth != 0) return;
   l.owner.store(0, std::memory_order_relaxed);
-  if (l.word.exchange(0, std::memory_order_release) == 2) lock_wake(l);
+  std::atomic<int>* const word = &l.word;
+  // From the exchange on, the lock may belong to another thread, which may
+  // destroy it: only the word's address is used.
+  if (word->exchange(0, std::memory_order_release) == 2) lock_wake(word);
 }
 
 }  // namespace krl_internal

@@ -13,27 +13,24 @@
 namespace krl_internal {
 namespace {
 
-int* futex_word(RecursiveLock& l) { return reinterpret_cast<int*>(&l.word); }
+int* futex_word(std::atomic<int>* word) { return reinterpret_cast<int*>(word); }
 
 }  // namespace
 
 void lock_wait(RecursiveLock& l) {
   // Marking the word 2 before sleeping makes the owner's release wake us.
   while (l.word.exchange(2, std::memory_order_acquire) != 0) {
-    const long r = syscall(SYS_futex, futex_word(l), FUTEX_WAIT_PRIVATE, 2, nullptr, nullptr, 0);
+    const long r =
+        syscall(SYS_futex, futex_word(&l.word), FUTEX_WAIT_PRIVATE, 2, nullptr, nullptr, 0);
     // EAGAIN: the word changed before we slept; EINTR: a signal. Both retry.
     if (r != 0 && errno != EAGAIN && errno != EINTR) fatal_error("futex(FUTEX_WAIT)", errno);
   }
 }
 
-void lock_wake(RecursiveLock& l) {
-  if (syscall(SYS_futex, futex_word(l), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0) < 0) {
+void lock_wake(std::atomic<int>* word) {
+  if (syscall(SYS_futex, futex_word(word), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0) < 0) {
     fatal_error("futex(FUTEX_WAKE)", errno);
   }
 }
-
-void lock_not_owner() { fatal_error("lock_release", EPERM); }
-
-void lock_busy() { fatal_error("lock_destroy", EBUSY); }
 
 }  // namespace krl_internal

@@ -7,11 +7,25 @@
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/platform/event.h"
 #include "krlport/platform/lock.h"
+#include "krlport/platform/thread.h"
 
+using krl_internal::ConditionWaiter;
 using krl_internal::Event;
 using krl_internal::EventWait;
 using krl_internal::lock_acquire;
 using krl_internal::lock_release;
+
+namespace krl_internal {
+
+// One wait's record. The waker links taken records through `next` under the
+// condition's lock and reads a record's `next` before it sets its event: once
+// set, the record may be gone.
+struct ConditionWaiter {
+  Event event;
+  ConditionWaiter* next = nullptr;
+};
+
+}  // namespace krl_internal
 
 namespace {
 
@@ -55,7 +69,7 @@ void KRLCondition::removeAll() { _count.store(0, std::memory_order_relaxed); }
 unsigned char KRLCondition::wait_for(KRLMutex& m, std::uint32_t limit_ms) {
   // The event is a word in this frame: making it cannot fail, so a wait has
   // no "CreateEvent" failure here, and ending it closes nothing.
-  Event event;
+  ConditionWaiter self;
   // The entry goes in while the caller still holds `m`: a thread that takes
   // `m` after it is given up and signals finds the event in the array, so no
   // wake-up is lost, and it finds `_count` raised without taking `_mutex`.
@@ -64,7 +78,7 @@ unsigned char KRLCondition::wait_for(KRLMutex& m, std::uint32_t limit_ms) {
   // caller as it was.
   lock_acquire(_mutex._cs);
   try {
-    add(&event);
+    add(&self);
   } catch (...) {
     lock_release(_mutex._cs);
     throw;
@@ -72,25 +86,32 @@ unsigned char KRLCondition::wait_for(KRLMutex& m, std::uint32_t limit_ms) {
   lock_release(_mutex._cs);
   lock_release(m._cs);
 
-  const EventWait result = event.wait(limit_ms);
+  const EventWait result = self.event.wait(limit_ms);
   if (result == EventWait::kSignalled) {
-    // The signaller took the entry out.
+    // The waker took the entry out and touches this condition no more.
     lock_acquire(m._cs);
     return 0;
   }
   const int err = errno;
-  // Under `_mutex` no signaller can be setting the event any more, so it may
-  // end with this frame. If the entry is gone, a signal took it after the
-  // time-out and is spent.
   lock_acquire(_mutex._cs);
+  bool taken = true;
   const unsigned long n = _count.load(std::memory_order_relaxed);
   for (unsigned long i = 0; i < n; ++i) {
-    if (_events[i] == &event) {
+    if (_events[i] == &self) {
       remove(i);
+      taken = false;
       break;
     }
   }
   lock_release(_mutex._cs);
+  if (taken) {
+    // A signal took the entry after the time ran out (or the sleep failed)
+    // and is spent. Its waker sets the event after releasing `_mutex`, so
+    // this frame must outlive that set; the waker does not block in between.
+    while (self.event.wait(krl_internal::kWaitForever) != EventWait::kSignalled) {
+      krl_internal::yield_processor();
+    }
+  }
   if (result == EventWait::kTimedOut) {
     lock_acquire(m._cs);
     return 1;
@@ -129,15 +150,40 @@ unsigned char KRLCondition::timedwait_all(KRLMutex& m, unsigned long long ms) {
   return timedwait(m, ms);
 }
 
-void KRLCondition::signal() {
-  if (_count.load(std::memory_order_relaxed) == 0) return;
+ConditionWaiter* KRLCondition::take_one() {
+  if (_count.load(std::memory_order_relaxed) == 0) return nullptr;
+  ConditionWaiter* taken = nullptr;
   lock_acquire(_mutex._cs);
   if (_count.load(std::memory_order_relaxed) != 0) {
-    void* event = _events[0];
+    taken = static_cast<ConditionWaiter*>(_events[0]);
     remove(0);
-    static_cast<Event*>(event)->set();
+    taken->next = nullptr;
   }
   lock_release(_mutex._cs);
+  return taken;
+}
+
+ConditionWaiter* KRLCondition::take_all() {
+  if (_count.load(std::memory_order_relaxed) == 0) return nullptr;
+  ConditionWaiter* first = nullptr;
+  lock_acquire(_mutex._cs);
+  // Linked from the last entry back, so that the events are set from index 0
+  // upward.
+  for (unsigned long i = _count.load(std::memory_order_relaxed); i-- > 0;) {
+    ConditionWaiter* w = static_cast<ConditionWaiter*>(_events[i]);
+    w->next = first;
+    first = w;
+  }
+  removeAll();
+  lock_release(_mutex._cs);
+  return first;
+}
+
+// The waiters go out of the array under `_mutex` and are woken after its
+// release: a woken waiter may destroy the condition at once.
+void KRLCondition::signal() {
+  if (_count.load(std::memory_order_relaxed) == 0) return;  // nobody to wake
+  krl_internal::condition_wake(take_one());
 }
 
 void KRLCondition::signal(KRLMutex_var& g) {
@@ -147,11 +193,7 @@ void KRLCondition::signal(KRLMutex_var& g) {
 
 void KRLCondition::broadcast() {
   if (_count.load(std::memory_order_relaxed) == 0) return;
-  lock_acquire(_mutex._cs);
-  const unsigned long n = _count.load(std::memory_order_relaxed);
-  for (unsigned long i = 0; i < n; ++i) static_cast<Event*>(_events[i])->set();
-  removeAll();
-  lock_release(_mutex._cs);
+  krl_internal::condition_wake(take_all());
 }
 
 void KRLCondition::broadcast(KRLMutex_var& g) {
@@ -160,6 +202,17 @@ void KRLCondition::broadcast(KRLMutex_var& g) {
 }
 
 namespace krl_internal {
+
+ConditionWaiter* condition_take_one(KRLCondition& c) { return c.take_one(); }
+ConditionWaiter* condition_take_all(KRLCondition& c) { return c.take_all(); }
+
+void condition_wake(ConditionWaiter* taken) {
+  while (taken != nullptr) {
+    ConditionWaiter* const next = taken->next;
+    taken->event.set();  // from here on `taken` may be gone
+    taken = next;
+  }
+}
 
 unsigned long condition_waiters(KRLCondition& c) {
   KRLMutex_var hold(c._mutex, 1);

@@ -21,6 +21,11 @@
 // Lock order: the caller's mutex `m`, then `_mutex`. A wait gives `m` up by
 // exactly one level: a caller that holds it recursively keeps the rest while
 // it sleeps, so `m` must be held once for others to get in.
+//
+// Lifetime: a woken waiter may destroy the condition at once. A waker takes
+// the waiters' entries out under `_mutex`, releases it, and only then sets
+// their events; from the release on it touches nothing of the condition,
+// only the waiters' own records, each of which lives until its event is set.
 #ifndef KRLPORT_THREADS_CONDITION_H_
 #define KRLPORT_THREADS_CONDITION_H_
 
@@ -33,6 +38,19 @@
 class KRLCondition;
 
 namespace krl_internal {
+
+// Internal: a waiter's record, in its own frame.
+struct ConditionWaiter;
+
+// Internal: signal and broadcast in two halves, for a lock whose waiters may
+// destroy it once woken (KRLRWLock). take_one and take_all take the waiter at
+// index 0, or all of them, out of the array and give them as a chain (null:
+// nobody waits); the caller may hold the mutex its waiters give up. wake sets
+// the events of a chain, touching only the waiters' records: call it once
+// for each chain, with nothing held that a woken waiter needs.
+ConditionWaiter* condition_take_one(KRLCondition& c);
+ConditionWaiter* condition_take_all(KRLCondition& c);
+void condition_wake(ConditionWaiter* taken);
 
 // Internal, for tests: the number of registered waiters and the size of the
 // array, each read under the condition's own lock, and that lock.
@@ -52,8 +70,9 @@ class KRL_EXPORT KRLCondition {
   // Every wait: the caller holds `m`; the wait gives it up while it sleeps
   // and holds it again when it returns normally. A failing platform call
   // prints its name with perror and throws CORBA_NO_RESOURCES(errno,
-  // COMPLETED_NO); then `m` is NOT held again (nor is anything else), so a
-  // caller's armed guard over `m` must be disarmed before it unwinds.
+  // COMPLETED_NO); then `m` is not held again (nor is anything else). A
+  // caller's armed guard over `m` may unwind as it is: an unlock by a thread
+  // that does not hold `m` does nothing.
   void wait(KRLMutex& m);
   void wait(KRLMutex& m, unsigned long seconds);                // CORBA_TIMEOUT on a time-out
   void wait(KRLMutex& m, unsigned long long ms);                // CORBA_TIMEOUT on a time-out
@@ -78,6 +97,8 @@ class KRL_EXPORT KRLCondition {
   friend unsigned long krl_internal::condition_waiters(KRLCondition& c);
   friend unsigned long krl_internal::condition_capacity(KRLCondition& c);
   friend KRLMutex& krl_internal::condition_mutex(KRLCondition& c);
+  friend krl_internal::ConditionWaiter* krl_internal::condition_take_one(KRLCondition& c);
+  friend krl_internal::ConditionWaiter* krl_internal::condition_take_all(KRLCondition& c);
 
   KRLCondition(const KRLCondition&) = delete;
   KRLCondition& operator=(const KRLCondition&) = delete;
@@ -88,15 +109,20 @@ class KRL_EXPORT KRLCondition {
   void remove(unsigned long index);
   void removeAll();
 
+  // The halves of signal and broadcast before the wake-up: see
+  // krl_internal::condition_take_one and condition_take_all.
+  krl_internal::ConditionWaiter* take_one();
+  krl_internal::ConditionWaiter* take_all();
+
   // One wait with a limit in milliseconds (kWaitForever: none): 1 on a
   // time-out, 0 when woken.
   unsigned char wait_for(KRLMutex& m, std::uint32_t limit_ms);
 
   // Guards `_events`, `_count` and `_capacity`. Not the caller's mutex.
   KRLMutex _mutex;
-  // Addresses of the events (krl_internal::Event) of the current waiters;
-  // each event lives in its waiter's frame. Whoever wakes a waiter takes its
-  // entry out. Guarded by `_mutex`.
+  // Addresses of the records (krl_internal::ConditionWaiter, an event and a
+  // link) of the current waiters; each lives in its waiter's frame. Whoever
+  // wakes a waiter takes its entry out. Guarded by `_mutex`.
   void** _events;
   // Entries in use. Written under `_mutex` only. A wait raises it before it
   // gives `m` up, so a signaller that took `m` after that wait sees it raised

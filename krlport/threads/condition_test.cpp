@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <deque>
+#include <functional>
 #include <thread>
 #include <vector>
 
@@ -162,6 +163,105 @@ TEST(KRLConditionTest, BoundedQueueDeliversEveryItemOnce) {
   }
   for (std::thread& t : threads) t.join();
   EXPECT_EQ(std::count(delivered.begin(), delivered.end(), 1), kThreads * kItems);
+}
+
+// A failed sleep under the caller's armed guard: the exception leaves the
+// wait with m not held, and the guard's unlock on the way out is harmless.
+int failing_sleep(std::atomic<std::uint32_t>*, std::uint32_t, const timespec*) {
+  errno = EINVAL;
+  return -1;
+}
+
+TEST(KRLConditionTest, FailedWaitUnderAnArmedGuardReachesTheCaller) {
+  KRLMutex m;
+  KRLCondition c;
+  krl_internal::set_event_sleep_call(&failing_sleep);
+  testing::internal::CaptureStderr();
+  bool caught = false;
+  try {
+    KRLMutex_var g(m, 1);
+    c.wait(m);
+  } catch (const CORBA_NO_RESOURCES& e) {
+    caught = e.minor() == (CORBA::OMGVMCID | EINVAL);
+  }
+  testing::internal::GetCapturedStderr();
+  krl_internal::set_event_sleep_call(nullptr);
+  EXPECT_TRUE(caught);
+  EXPECT_EQ(lock_word(m), 0);
+  EXPECT_EQ(condition_waiters(c), 0u);
+}
+
+// A woken waiter destroys the condition and the mutex at once, while its
+// waker may still be inside signal or broadcast. The objects are on the heap,
+// so AddressSanitizer sees a touch after the free, and ThreadSanitizer one
+// that is not ordered before it.
+struct Shared {
+  KRLMutex m;
+  KRLCondition c;
+  bool go = false;  // guarded by m
+  int left = 2;     // waiters still to leave, guarded by m
+};
+
+void wait_and_destroy(Shared* s, std::atomic<int>& registered, unsigned long long limit) {
+  s->m.lock();
+  ++registered;
+  while (!s->go) s->c.timedwait(s->m, limit);
+  const bool last = --s->left == 0;
+  s->m.unlock();
+  if (last) delete s;
+}
+
+// The sleep of a timed wait runs out while a signal is taking the entry: the
+// waiter finds it gone, and its waker sets the event only after that.
+std::atomic<KRLCondition*> g_taken_from{nullptr};
+int times_out_while_taken(std::atomic<std::uint32_t>* word, std::uint32_t expected,
+                          const timespec*) {
+  while (*word == expected && lock_word(krl_internal::condition_mutex(*g_taken_from)) == 0) {
+    std::this_thread::yield();
+  }
+  errno = ETIMEDOUT;
+  return -1;
+}
+
+TEST(KRLConditionTest, WokenWaiterMayDestroyTheConditionAtOnce) {
+  for (int round = 0; round < 2000; ++round) {
+    Shared* s = new Shared;
+    std::atomic<int> registered{0};
+    std::thread a(wait_and_destroy, s, std::ref(registered), 0xFFFFFFFFull);
+    std::thread b(wait_and_destroy, s, std::ref(registered), 0xFFFFFFFFull);
+    while (registered < 2) std::this_thread::yield();
+    // go is set under m, the wake-up given after m is released. Both sleep,
+    // so s lives until the second set.
+    s->m.lock();
+    s->go = true;
+    s->m.unlock();
+    if (round % 2 == 0) {
+      s->c.broadcast();
+    } else {
+      KRLCondition& c = s->c;
+      c.signal();
+      c.signal();
+    }
+    a.join();
+    b.join();
+  }
+  // A waiter whose time ran out as a signal took its entry keeps its event
+  // until the waker has set it, and may then destroy the condition too.
+  krl_internal::set_event_sleep_call(&times_out_while_taken);
+  for (int round = 0; round < 500; ++round) {
+    Shared* s = new Shared;
+    s->left = 1;
+    g_taken_from = &s->c;
+    std::atomic<int> registered{0};
+    std::thread a(wait_and_destroy, s, std::ref(registered), 60000ull);
+    while (registered < 1) std::this_thread::yield();
+    s->m.lock();
+    s->go = true;
+    s->m.unlock();
+    s->c.signal();
+    a.join();
+  }
+  krl_internal::set_event_sleep_call(nullptr);
 }
 
 }  // namespace

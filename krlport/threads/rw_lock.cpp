@@ -2,6 +2,8 @@
 
 #include "krlport/platform/lock.h"
 
+using krl_internal::condition_wake;
+using krl_internal::ConditionWaiter;
 using krl_internal::lock_acquire;
 using krl_internal::lock_release;
 
@@ -44,11 +46,12 @@ class KRLRWLock::WaitingWriter {
       --_lock._waiting_writers;
       return;
     }
-    lock_acquire(_lock._mutex._cs);
-    --_lock._waiting_writers;
-    const Wake w = _lock.wake_after_release();
-    lock_release(_lock._mutex._cs);
-    _lock.wake(w);
+    KRLRWLock& l = _lock;
+    lock_acquire(l._mutex._cs);
+    --l._waiting_writers;
+    ConditionWaiter* const woken = l.take(l.wake_after_release());
+    lock_release(l._mutex._cs);
+    condition_wake(woken);
   }
   WaitingWriter(const WaitingWriter&) = delete;
   WaitingWriter& operator=(const WaitingWriter&) = delete;
@@ -89,13 +92,10 @@ KRLRWLock::Wake KRLRWLock::wake_after_release() const {
   return Wake::kReaders;
 }
 
-// Outside `_mutex`, so that the woken thread does not at once block on it.
-void KRLRWLock::wake(Wake w) {
-  if (w == Wake::kWriter) {
-    _writers.signal();
-  } else if (w == Wake::kReaders) {
-    _readers.broadcast();
-  }
+ConditionWaiter* KRLRWLock::take(Wake w) {
+  if (w == Wake::kWriter) return krl_internal::condition_take_one(_writers);
+  if (w == Wake::kReaders) return krl_internal::condition_take_all(_readers);
+  return nullptr;
 }
 
 void KRLRWLock::unlock() {
@@ -105,9 +105,12 @@ void KRLRWLock::unlock() {
   } else {
     --_state;
   }
-  const Wake w = wake_after_release();
+  ConditionWaiter* const woken = take(wake_after_release());
+  // The last touch of the lock: from here on another thread may hold it and
+  // destroy it. The woken threads' events are set outside `_mutex`, so they
+  // do not at once block on it.
   lock_release(_mutex._cs);
-  wake(w);
+  condition_wake(woken);
 }
 
 void KRLRWLock::upgrade_to_write_lock() {

@@ -13,6 +13,12 @@
 //
 // Without contention no thread sleeps, so no event is made and nothing is
 // allocated: each operation costs the locking of `_mutex`.
+//
+// Lifetime: a thread may destroy the lock as soon as it holds it and nobody
+// else will use it again. A release takes the threads it wakes out of their
+// condition under `_mutex` and sets their events after releasing `_mutex`,
+// so its last touch of the lock is that release, and the woken threads do
+// not at once block on `_mutex`.
 #ifndef KRLPORT_THREADS_RW_LOCK_H_
 #define KRLPORT_THREADS_RW_LOCK_H_
 
@@ -74,8 +80,9 @@ class KRL_EXPORT KRLRWLock {
   void wait_as_writer(Hold& hold);
   // Caller holds `_mutex`: whom a release of the lock wakes.
   Wake wake_after_release() const;
-  // Caller holds no lock.
-  void wake(Wake w);
+  // Caller holds `_mutex`: takes them out of their condition, to be woken
+  // with krl_internal::condition_wake once `_mutex` is released.
+  krl_internal::ConditionWaiter* take(Wake w);
 
   // Guards `_state` and `_waiting_writers`; the waits give it up.
   KRLMutex _mutex;

@@ -171,4 +171,26 @@ TEST(KRLRWLockTest, StressReadersNeverOverlapAWriter) {
   EXPECT_EQ(rw_lock_state(l), 0);
 }
 
+// The second thread in destroys the lock as soon as it has released it,
+// while the first may still be inside its unlock: a last reader waking a
+// waiting writer, a writer waking readers or a writer, or a writer whose
+// unlock found nobody to wake. The lock is on the heap, so AddressSanitizer
+// sees a touch after the free, and ThreadSanitizer one not ordered before it.
+TEST(KRLRWLockTest, ThreadThatGetsTheLockMayDestroyItAtOnce) {
+  for (int round = 0; round < 2000; ++round) {
+    KRLRWLock* l = new KRLRWLock;
+    std::atomic<int> entered{0};
+    const auto use = [l, &entered](Enter enter) {
+      (l->*enter)();
+      const bool second = entered.fetch_add(1) == 1;
+      l->unlock();
+      if (second) delete l;
+    };
+    const Enter first = round % 2 == 0 ? &KRLRWLock::read_lock : &KRLRWLock::write_lock;
+    std::thread a(use, first), b(use, &KRLRWLock::write_lock);
+    a.join();
+    b.join();
+  }
+}
+
 }  // namespace

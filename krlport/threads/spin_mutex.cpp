@@ -5,12 +5,20 @@
 
 KRLSpinMutex::KRLSpinMutex() : _word(KRLSpinWordPool::instance().get()) {}
 
-KRLSpinMutex::KRLSpinMutex(const KRLSpinMutex&)
-    : KRLIMutex(), _word(KRLSpinWordPool::instance().get()) {}
+KRLSpinMutex::KRLSpinMutex(const KRLSpinMutex& m) : KRLIMutex(), _word(m._word) {
+  if (_word != nullptr) KRLSpinWordPool::share(_word);
+}
 
-KRLSpinMutex& KRLSpinMutex::operator=(const KRLSpinMutex&) { return *this; }
+KRLSpinMutex& KRLSpinMutex::operator=(const KRLSpinMutex& m) {
+  if (m._word == _word) return *this;
+  if (m._word != nullptr) KRLSpinWordPool::share(m._word);
+  long* const old = _word;
+  _word = m._word;
+  KRLSpinWordPool::instance().drop(old);
+  return *this;
+}
 
-KRLSpinMutex::~KRLSpinMutex() { KRLSpinWordPool::instance().put(_word); }
+KRLSpinMutex::~KRLSpinMutex() { KRLSpinWordPool::instance().drop(_word); }
 
 void KRLSpinMutex::lock() {
   if (_word != nullptr) KRLSpinWord::acquire(_word);
@@ -25,12 +33,20 @@ void KRLSpinMutex::v_unlock() { unlock(); }
 
 KRLRSpinMutex::KRLRSpinMutex() : _record(KRLSpinRecordPool::instance().get()) {}
 
-KRLRSpinMutex::KRLRSpinMutex(const KRLRSpinMutex&)
-    : KRLIMutex(), _record(KRLSpinRecordPool::instance().get()) {}
+KRLRSpinMutex::KRLRSpinMutex(const KRLRSpinMutex& m) : KRLIMutex(), _record(m._record) {
+  if (_record != nullptr) KRLSpinRecordPool::share(_record);
+}
 
-KRLRSpinMutex& KRLRSpinMutex::operator=(const KRLRSpinMutex&) { return *this; }
+KRLRSpinMutex& KRLRSpinMutex::operator=(const KRLRSpinMutex& m) {
+  if (m._record == _record) return *this;
+  if (m._record != nullptr) KRLSpinRecordPool::share(m._record);
+  KRLSpinRecord* const old = _record;
+  _record = m._record;
+  KRLSpinRecordPool::instance().drop(old);
+  return *this;
+}
 
-KRLRSpinMutex::~KRLRSpinMutex() { KRLSpinRecordPool::instance().put(_record); }
+KRLRSpinMutex::~KRLRSpinMutex() { KRLSpinRecordPool::instance().drop(_record); }
 
 void KRLRSpinMutex::lock() {
   if (_record == nullptr) return;

@@ -2,9 +2,12 @@
 // thread. Neither has a kernel object or makes a system call while free; a
 // waiter yields its time slice after every failed attempt. Each lock holds one
 // pointer to a small block from a shared pool, so constructing and destroying
-// locks allocates nothing while the pool has blocks. A lock must be free when
-// it is destroyed: its block goes back to the pool as it is. Hold them for a
-// few instructions only, never across a blocking call.
+// locks allocates nothing while the pool has blocks. A copy shares its
+// source's block, and so its state: a copy of a held lock is held, and
+// locking either keeps the other out. The block goes back to the pool once,
+// when the last lock that uses it is destroyed or assigned another block; it
+// goes back as it is, so it must be free then. Hold them for a few
+// instructions only, never across a blocking call.
 #ifndef KRLPORT_THREADS_SPIN_MUTEX_H_
 #define KRLPORT_THREADS_SPIN_MUTEX_H_
 
@@ -29,10 +32,10 @@ KRLSpinRecord* record_of(const KRLRSpinMutex& m);
 class KRL_EXPORT KRLSpinMutex : public KRLIMutex {
  public:
   KRLSpinMutex();
-  // A copy is a new, free lock with a word of its own, whatever the state of
-  // the source: sharing the word would give it back to the pool twice.
+  // Shares m's word: the two are one lock.
   KRLSpinMutex(const KRLSpinMutex& m);
-  // Keeps this lock's own word and state; nothing is copied.
+  // Shares m's word from now on; this lock's old word goes back to the pool
+  // if no other copy uses it.
   KRLSpinMutex& operator=(const KRLSpinMutex& m);
 
   void lock();    // spins until held; the holder must not lock again
@@ -41,7 +44,7 @@ class KRL_EXPORT KRLSpinMutex : public KRLIMutex {
   void v_lock() override;
   void v_unlock() override;
 
-  virtual ~KRLSpinMutex();  // the lock must be free
+  virtual ~KRLSpinMutex();  // the last user of the word must leave it free
 
  private:
   friend class KRLSpinRecordPool;
@@ -56,9 +59,9 @@ class KRL_EXPORT KRLSpinMutex : public KRLIMutex {
 class KRL_EXPORT KRLRSpinMutex : public KRLIMutex {
  public:
   KRLRSpinMutex();
-  // A copy is a new, free lock with a record of its own; see KRLSpinMutex.
+  // Shares m's record, as KRLSpinMutex shares its word.
   KRLRSpinMutex(const KRLRSpinMutex& m);
-  // Keeps this lock's own record and state; nothing is copied.
+  // Shares m's record from now on; the old one goes back as in KRLSpinMutex.
   KRLRSpinMutex& operator=(const KRLRSpinMutex& m);
 
   void lock();    // spins until the calling thread owns it; adds one level
@@ -67,7 +70,7 @@ class KRL_EXPORT KRLRSpinMutex : public KRLIMutex {
   void v_lock() override;
   void v_unlock() override;
 
-  virtual ~KRLRSpinMutex();  // the lock must be free
+  virtual ~KRLRSpinMutex();  // the last user of the record must leave it free
 
  private:
   friend KRLSpinRecord* krl_internal::record_of(const KRLRSpinMutex& m);

@@ -15,8 +15,9 @@ long* KRLSpinWordPool::get() {
   _lock.acquire();
   if (_count != 0) word = _entries[--_count];
   _lock.release();
-  if (word == nullptr) word = new (std::nothrow) long(0);
-  return word;
+  if (word != nullptr) return word;
+  KRLSpinWordBlock* fresh = new (std::nothrow) KRLSpinWordBlock();
+  return fresh != nullptr ? &fresh->_word : nullptr;
 }
 
 void KRLSpinWordPool::put(long* word) {
@@ -25,7 +26,7 @@ void KRLSpinWordPool::put(long* word) {
   const bool kept = _count < kSpinPoolSize;
   if (kept) _entries[_count++] = word;
   _lock.release();
-  if (!kept) delete word;
+  if (!kept) delete block(word);
 }
 
 long KRLSpinWordPool::count() {
@@ -65,8 +66,9 @@ KRLSpinRecord* KRLSpinRecordPool::get() {
   _lock.lock();
   if (_count != 0) record = _entries[--_count];
   _lock.unlock();
-  if (record == nullptr) record = new (std::nothrow) KRLSpinRecord();
-  return record;
+  if (record != nullptr) return record;
+  KRLSpinRecordBlock* fresh = new (std::nothrow) KRLSpinRecordBlock();
+  return fresh != nullptr ? &fresh->_record : nullptr;
 }
 
 void KRLSpinRecordPool::put(KRLSpinRecord* record) {
@@ -75,7 +77,7 @@ void KRLSpinRecordPool::put(KRLSpinRecord* record) {
   const bool kept = _count < kSpinPoolSize;
   if (kept) _entries[_count++] = record;
   _lock.unlock();
-  if (!kept) delete record;
+  if (!kept) delete block(record);
 }
 
 long KRLSpinRecordPool::count() {

@@ -5,6 +5,11 @@
 // lock; a block put into a full pool is deleted. New blocks are zeroed, and a
 // recycled block comes back as it went in. The two pool locks are never held
 // together, and neither is held across an allocation.
+//
+// Sharing: a copy of a lock shares its source's block. Each heap block keeps,
+// behind the word or record a lock points to, the number of further locks
+// that share it; share() raises it, and drop() lowers it or, for the last
+// user, puts the block back. So a block goes back to its pool exactly once.
 #ifndef KRLPORT_THREADS_SPIN_POOL_H_
 #define KRLPORT_THREADS_SPIN_POOL_H_
 
@@ -50,6 +55,35 @@ struct KRLSpinRecord {
   unsigned long _depth;
 };
 
+// The heap blocks. A lock points to the first member, so the block's address
+// is the lock's pointer.
+struct KRLSpinWordBlock {
+  long _word;
+  long _sharers;  // locks sharing the block beyond the first; atomic
+};
+struct KRLSpinRecordBlock {
+  KRLSpinRecord _record;
+  long _sharers;  // as above
+};
+
+namespace krl_internal {
+
+// One more lock uses the block of `sharers`.
+inline void spin_share(long* sharers) { __atomic_add_fetch(sharers, 1L, __ATOMIC_RELAXED); }
+// One lock fewer uses it: true if that was the last user, which gives the
+// block back. The uses of the others are ordered before that.
+inline bool spin_unshare(long* sharers) {
+  long n = __atomic_load_n(sharers, __ATOMIC_ACQUIRE);
+  while (n != 0) {
+    if (__atomic_compare_exchange_n(sharers, &n, n - 1, true, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace krl_internal
+
 // Pool of lock words. Process-wide; needs no construction at run time and is
 // never destroyed, so it is usable at any point of load and unload.
 class KRLSpinWordPool {
@@ -62,6 +96,12 @@ class KRLSpinWordPool {
   // Keeps word for reuse, or deletes it if the pool is full. Null is ignored.
   // Safe from any thread.
   void put(long* word);
+  // A further lock uses word (not null). Safe from any thread.
+  static void share(long* word) { krl_internal::spin_share(&block(word)->_sharers); }
+  // A lock stops using word: the last user puts it. Null is ignored.
+  void drop(long* word) {
+    if (word != nullptr && krl_internal::spin_unshare(&block(word)->_sharers)) put(word);
+  }
 
   // Words on the stack now; for tests.
   long count();
@@ -69,6 +109,8 @@ class KRLSpinWordPool {
   constexpr KRLSpinWordPool() : _count(0), _lock(), _entries() {}
 
  private:
+  static KRLSpinWordBlock* block(long* word) { return reinterpret_cast<KRLSpinWordBlock*>(word); }
+
   long _count;  // guarded by _lock
   KRLSpinWord _lock;
   long* _entries[kSpinPoolSize];  // guarded by _lock
@@ -81,9 +123,13 @@ class KRLSpinRecordPool {
  public:
   static KRLSpinRecordPool& instance();
 
-  // As KRLSpinWordPool::get and put, for records.
+  // As KRLSpinWordPool::get, put, share and drop, for records.
   KRLSpinRecord* get();
   void put(KRLSpinRecord* record);
+  static void share(KRLSpinRecord* record) { krl_internal::spin_share(&block(record)->_sharers); }
+  void drop(KRLSpinRecord* record) {
+    if (record != nullptr && krl_internal::spin_unshare(&block(record)->_sharers)) put(record);
+  }
 
   long count();
 
@@ -92,6 +138,9 @@ class KRLSpinRecordPool {
   KRLSpinRecordPool(const KRLSpinRecordPool&) = delete;
   KRLSpinRecordPool& operator=(const KRLSpinRecordPool&) = delete;
 
+  static KRLSpinRecordBlock* block(KRLSpinRecord* record) {
+    return reinterpret_cast<KRLSpinRecordBlock*>(record);
+  }
   static KRLSpinRecordPool* make();
   static void terminate();
 
