@@ -111,11 +111,13 @@ TEST(LoggerSlots, SharedStreamStaysWhileASlotHoldsItAndGoesOnceAfterwards) {
 
 TEST(LoggerSlots, ReplaceStreamFillsOneSlotAndKeepsTheDisplacedStreamOpen) {
   KRLLogger& logger = KRLLogger::instance();
-  KRLLogger::replace_log(*new TrackedStream, 1);
+  TrackedStream* const displaced = new TrackedStream;
+  KRLLogger::replace_log(*displaced, 1);
   const std::string file = log_dir->dir.path() + "/replaced.log";
   const int live = TrackedStream::live;
   logger.replace_stream(file.c_str(), 6);
   EXPECT_EQ(TrackedStream::live, live);
+  delete displaced;  // the host's again
   std::ostream* const log_now = &logger.log();
   *log_now << "log slot" << std::flush;
   EXPECT_EQ(slurp(file), "log slot");
