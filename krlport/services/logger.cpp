@@ -3,7 +3,6 @@
 #include <limits.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <new>
@@ -64,7 +63,15 @@ KRLLogger& KRLLogger::instance() {
   new (krl_internal::_logger_storage) KRLLogger();
   // Publishes the built object to callers on threads that come later.
   krl_internal::_logger_made.store(true, std::memory_order_release);
-  std::atexit(&KRLLogger::terminate);
+  // The terminator is registered as the destructor of a function-local
+  // static, which the compiler ties to this library: it runs when the library
+  // is unloaded, in reverse order with the others. std::atexit may bind to a
+  // sanitizer runtime's atexit, which runs it at process exit, after the
+  // library's code is gone.
+  struct Terminator {
+    ~Terminator() { KRLLogger::terminate(); }
+  };
+  static Terminator terminator;
   return *storage();
 }
 
