@@ -29,17 +29,23 @@ function(krl_public_headers)
   endforeach()
 endfunction()
 
-# krl_test(NAME n SOURCES ... [LIBS ...] [SHARED]): one GoogleTest binary,
-# registered case by case with CTest. Tests link the static library so they
-# can reach internal classes; SHARED links the exported library instead.
+# krl_test(NAME n SOURCES ... [LIBS ...] [SHARED | NOLIB]): one GoogleTest
+# binary, registered case by case with CTest. Tests link the static library so
+# they can reach internal classes; SHARED links the exported library instead,
+# and NOLIB neither (a test that loads the shared library itself). Every test
+# binary runs in a temporary directory of its own, which KORLAN_ADM names
+# (cmake/krl_test_sandbox.cpp), so that no test writes anywhere else.
 function(krl_test)
   if(NOT KRLPORT_BUILD_TESTS)
     return()
   endif()
-  cmake_parse_arguments(T "SHARED" "NAME" "SOURCES;LIBS;LABELS" ${ARGN})
-  add_executable(${T_NAME} ${T_SOURCES})
+  cmake_parse_arguments(T "SHARED;NOLIB" "NAME" "SOURCES;LIBS;LABELS" ${ARGN})
+  add_executable(${T_NAME} ${T_SOURCES} ${PROJECT_SOURCE_DIR}/cmake/krl_test_sandbox.cpp)
   if(T_SHARED)
     target_link_libraries(${T_NAME} PRIVATE krlport)
+  elseif(T_NOLIB)
+    target_include_directories(${T_NAME} PRIVATE ${PROJECT_SOURCE_DIR})
+    target_link_libraries(${T_NAME} PRIVATE ${CMAKE_DL_LIBS})
   else()
     target_link_libraries(${T_NAME} PRIVATE krlport_static)
   endif()

@@ -109,8 +109,9 @@ KRListream& operator>>(KRListream& s, CORBA_Exception*& e) {
 
 std::ostream& operator<<(std::ostream& s, const CORBA_Exception& e) {
   KRLostream typed(s);
-  KRLLogger& logger = KRLLogger::instance();
-  if (&s == &logger.out() || &s == &logger.err() || &s == &logger.log()) {
+  // The slots themselves: out() and its like give a standard stream for an
+  // empty slot, which is no log stream.
+  if (krl_internal::is_log_stream(s)) {
     e._pretty_print(typed);
   } else {
     e._write(typed);

@@ -1,4 +1,5 @@
 #include <atomic>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -28,11 +29,19 @@ const char* work_out_user_name(char*& owned) {
   return env != nullptr ? env : "Win_User";
 }
 
+int saturated_int(long value) {
+  if (value < 0) return 0;
+  return value > INT_MAX ? INT_MAX : static_cast<int>(value);
+}
+
 }  // namespace
 
 char* BaseUtil::GetProperty(const char* name) {
   if (name == nullptr) return nullptr;
-  if (char* value = std::getenv(name)) return value;
+  // An empty value counts as unset, as on Windows, where setting a variable
+  // to nothing removes it: it does not hide the property file.
+  char* const value = std::getenv(name);
+  if (value != nullptr && value[0] != '\0') return value;
   return krl_internal::read_property(name, _property, sizeof _property) ? _property : nullptr;
 }
 
@@ -68,8 +77,10 @@ void BaseUtil::GetProcessMemory(int& commit, int& resident) {
   long virtual_kib = 0;
   long resident_kib = 0;
   if (!krl_internal::process_memory_kib(virtual_kib, resident_kib)) return;
-  commit = static_cast<int>(virtual_kib);
-  resident = static_cast<int>(resident_kib);
+  // An int holds 2 TiB less 1 KiB; a larger size (a sanitizer's shadow
+  // reservation is many TiB) reads as INT_MAX rather than wrapping.
+  commit = saturated_int(virtual_kib);
+  resident = saturated_int(resident_kib);
 }
 
 hostent* BaseUtil::vgethostbyname_r(const char* name, vhostname* work) {

@@ -9,7 +9,8 @@
 
 class KRL_EXPORT BaseUtil {
  public:
-  // Looks in the environment first, then in the property file. Returns a
+  // Looks in the environment first, then in the property file; an empty
+  // environment value counts as unset. Returns a
   // pointer into the environment block or into the one shared property
   // buffer, which the next file read overwrites: copy it before another
   // thread can call in. Null when the name is found nowhere. Not owned.
@@ -27,7 +28,7 @@ class KRL_EXPORT BaseUtil {
   static unsigned long getpid();
 
   // Virtual size and resident size of this process in KiB; both 0 when they
-  // can't be read.
+  // can't be read. A size above INT_MAX KiB (2 TiB) gives INT_MAX.
   static void GetProcessMemory(int& commit, int& resident);
 
   // Reentrant look-ups. The result points into *work (or is null, with

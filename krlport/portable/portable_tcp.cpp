@@ -99,6 +99,21 @@ int wait_writable(int fd, long long timeout_ms, int& error) {
   }
 }
 
+// Closes fd when a throw leaves its scope before release.
+class SocketGuard {
+ public:
+  explicit SocketGuard(int& fd) : _fd(&fd) {}
+  ~SocketGuard() {
+    if (_fd != nullptr) close_socket(*_fd);
+  }
+  SocketGuard(const SocketGuard&) = delete;
+  SocketGuard& operator=(const SocketGuard&) = delete;
+  void release() { _fd = nullptr; }
+
+ private:
+  int* _fd;
+};
+
 [[noreturn]] void throw_bind_failure(const char* bind_address, const char* why) {
   char after[kReasonSize];
   std::snprintf(after, sizeof after, "] failed; %s", why);
@@ -177,14 +192,22 @@ void KRLPortable::tcpConnect(int& fd, int& error, sockaddr* address, int address
 int KRLPortable::tcpConnect(const char* host, unsigned short port, unsigned long long timeout,
                             const char* bind_address) {
   Candidate target(host, port);
-  // A connection to this host tries the loopback address first.
-  if (host == nullptr || *host == '\0' || is_local(host)) saSetLoopback(target.sa());
+  int fd = open_socket(target);
+  if (fd < 0) krl_internal::throw_socket_error(errno);
+  // A connection to this host tries the loopback address first. Asked only
+  // once the socket exists: this host's address is looked up once for the
+  // life of the process, and a look-up made while no descriptor is free
+  // would fail and be kept.
+  {
+    SocketGuard guard(fd);  // is_local may throw (an allocation)
+    if (host == nullptr || *host == '\0' || is_local(host)) saSetLoopback(target.sa());
+    guard.release();
+  }
 
   unsigned long long remaining = timeout;  // only the back-off sleeps use it up
   unsigned long long backoff = 1;          // seconds
   bool first_refusal = true;
   int in_use_retries = 0;
-  int fd = -1;
   int error = 0;
   for (;;) {
     if (fd < 0 && (fd = open_socket(target)) < 0) krl_internal::throw_socket_error(errno);

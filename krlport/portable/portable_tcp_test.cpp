@@ -1,4 +1,6 @@
+#include <arpa/inet.h>
 #include <fcntl.h>
+#include <netdb.h>
 #include <sys/socket.h>
 
 #include <functional>
@@ -120,6 +122,54 @@ TEST_F(TcpTest, NoFreeDescriptorGivesNoResources) {
   });
   EXPECT_EQ(failed_check, 0);
   ::close(waiting);
+}
+
+// A resolver that, like the real one, needs a descriptor: with none free it
+// fails; otherwise every name is 10.1.2.3.
+hostent* lookup_needing_a_descriptor(const char*, vhostname* work) {
+  const int fd = ::open("/dev/null", O_RDONLY);
+  if (fd < 0) {
+    work->error = NO_RECOVERY;
+    return nullptr;
+  }
+  ::close(fd);
+  static in_addr address{htonl(0x0A010203)};
+  static char* addresses[] = {reinterpret_cast<char*>(&address), nullptr};
+  static hostent entry{};
+  entry.h_addrtype = AF_INET;
+  entry.h_length = sizeof address;
+  entry.h_addr_list = addresses;
+  return &entry;
+}
+
+// This host's address is looked up once per process and kept, failure
+// included; tcpConnect must fail on its socket before it asks for it. A fresh
+// process, so that no earlier test has filled that cache.
+TEST(TcpConnectDeathTest, NoFreeDescriptorLeavesThisHostsAddressUnasked) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        krl_internal::set_host_lookup(&lookup_needing_a_descriptor);
+        // UBSan checks these types first here, with descriptors free (see above).
+        thrown<CORBA_NO_RESOURCES>([] { KRLPortable::socketError(EMFILE, ""); });
+        in_addr dotted;
+        KRLPortable::ipAddr(AF_INET, &dotted, "127.0.0.1");  // a KRLMutex, and no look-up
+        rlimit limit;
+        ::getrlimit(RLIMIT_NOFILE, &limit);
+        limit.rlim_cur = 64;
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+        std::vector<int> held;
+        for (int fd; (fd = ::open("/dev/null", O_RDONLY)) >= 0;) held.push_back(fd);
+        const bool no_resources =
+            thrown<CORBA_NO_RESOURCES>([] { KRLPortable::tcpConnect("127.0.0.1", 9, 0, nullptr); })
+                .has_value();
+        for (int fd : held) ::close(fd);
+        const CORBA_String_var mine(KRLPortable::ip_addr(nullptr));
+        std::exit(no_resources && mine.in() != nullptr && std::string(mine.in()) == "10.1.2.3"
+                      ? 0
+                      : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

@@ -16,16 +16,21 @@ void KRLPortable::gettimeofday(timeval& tv) {
 void KRLPortable::vgettimeofday(timeval* tv) { gettimeofday(*tv); }
 
 timeval KRLPortable::elapsed(const timeval& start, const timeval& end) {
-  timeval d;
-  d.tv_sec = end.tv_sec - start.tv_sec;
-  d.tv_usec = end.tv_usec - start.tv_usec;
-  if (d.tv_usec < 0) {
-    --d.tv_sec;
-    d.tv_usec += 1000000;
-  } else if (d.tv_usec > 1000000) {
-    ++d.tv_sec;
-    d.tv_usec -= 1000000;
+  // Unsigned arithmetic, so that far-apart or malformed times wrap instead of
+  // overflowing; for times in the normal range the result is the same.
+  using U = unsigned long;
+  U sec = static_cast<U>(end.tv_sec) - static_cast<U>(start.tv_sec);
+  U usec = static_cast<U>(end.tv_usec) - static_cast<U>(start.tv_usec);
+  if (static_cast<long>(usec) < 0) {
+    --sec;
+    usec += 1000000;
+  } else if (static_cast<long>(usec) > 1000000) {
+    ++sec;
+    usec -= 1000000;
   }
+  timeval d;
+  d.tv_sec = static_cast<long>(sec);
+  d.tv_usec = static_cast<long>(usec);
   return d;
 }
 

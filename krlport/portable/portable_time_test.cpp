@@ -1,6 +1,7 @@
 #include <sys/time.h>
 
 #include <chrono>
+#include <climits>
 
 #include <gtest/gtest.h>
 
@@ -62,6 +63,22 @@ TEST(PortableTimeTest, ConvertElapsedAndCompare) {
                  {{0, 0}, 0x80000000ULL, -2147483648L},
                  {{0, 0}, 0x80000001ULL, 2147483647L}};
   for (auto& k : to_ms32) EXPECT_EQ(KRLPortable::compare_time(k.a, k.ms), k.diff) << k.ms;
+}
+
+// Far-apart or malformed times wrap like unsigned numbers; no step of the
+// reckoning may overflow a long (UndefinedBehaviorSanitizer would stop here).
+TEST(PortableTimeTest, ElapsedOfExtremeTimesWrapsWithoutOverflow) {
+  const struct {
+    timeval start, end, span;
+  } spans[] = {{{LONG_MIN, 0}, {LONG_MAX, 0}, {-1, 0}},
+               {{LONG_MAX, 0}, {LONG_MIN, 0}, {1, 0}},
+               {{0, 1}, {LONG_MIN, 0}, {LONG_MAX, 999999}},
+               {{0, 0}, {LONG_MAX, 1000001}, {LONG_MIN, 1}},
+               {{0, LONG_MAX}, {0, LONG_MIN}, {0, 1}}};
+  for (const auto& k : spans) {
+    const timeval d = KRLPortable::elapsed(k.start, k.end);
+    EXPECT_TRUE(same(d, k.span)) << d.tv_sec << " " << d.tv_usec;
+  }
 }
 
 TEST(PortableTimeTest, ClockHasMillisecondGrain) {

@@ -23,7 +23,5 @@ int KRLDebugLog::disable(unsigned long mask) {
 int KRLDebugLog::record(int tag, unsigned long mask, const char* source, int line,
                         const char* text) {
   if (!krl_internal::is_valid_debug_mask(mask)) return 0;
-  KRLDebugLogger::instance().begin_record(tag, mask, source, line)
-      << text << krl_internal::end_record;
-  return 1;
+  return KRLDebugLogger::instance().record(tag, mask, source, line, text) ? 1 : 0;
 }

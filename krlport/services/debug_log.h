@@ -33,8 +33,10 @@ class KRL_EXPORT KRLDebugLog {
   static int disable(unsigned long mask);
 
   // Writes one record, whole, with text (may be null) as its body, when mask
-  // passes the filter; returns 1 also when it is filtered out. Safe from any
-  // thread: records of different threads never mix.
+  // passes the filter. Returns 1 when it was written and flushed, and also
+  // when it is filtered out; 0 when it was not written (no file could be
+  // opened, a write or the flush failed, as on a full disk) or mask is
+  // invalid. Safe from any thread: records of different threads never mix.
   static int record(int tag, unsigned long mask, const char* source, int line, const char* text);
 
  private:

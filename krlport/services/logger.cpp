@@ -3,7 +3,6 @@
 #include <limits.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <fstream>
 #include <iostream>
 #include <new>
@@ -18,27 +17,18 @@ namespace {
 alignas(KRLLogger) unsigned char _logger_storage[sizeof(KRLLogger)];
 std::atomic<bool> _logger_made{false};
 
-// Owned streams that replace_stream displaced, kept open until the logger
-// ends. A plain list, so that nothing here needs a dynamic initialiser.
-struct RetiredStream {
-  std::ostream* stream;
-  RetiredStream* next;
-};
-RetiredStream* _retired = nullptr;
-
-void retire(std::ostream* stream) {
-  RetiredStream* r = new (std::nothrow) RetiredStream{stream, _retired};
-  if (r == nullptr) {
-    delete stream;  // no slot holds it, so nobody can miss it
-    return;
-  }
-  _retired = r;
-}
-
 // A new stream on path, emptied; null when it can't be made or opened.
+// The stream object and its file buffer both come from operator new. When
+// either fails, the new-expression gives the object's memory back, and the
+// unwinding through the stream's members closes a file already opened.
 std::ofstream* open_log_file(const char* path) {
-  std::ofstream* stream = new (std::nothrow) std::ofstream(path, std::ios::out);
-  if (stream != nullptr && stream->rdstate() != 0) {
+  std::ofstream* stream;
+  try {
+    stream = new std::ofstream(path, std::ios::out);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+  if (stream->rdstate() != 0) {
     delete stream;
     return nullptr;
   }
@@ -67,31 +57,28 @@ KRLLogger& KRLLogger::instance() {
   if (krl_internal::_logger_made.load(std::memory_order_acquire)) return *storage();
   // The flag first: the constructor comes back here through replace_out and
   // its like, and must get this same object.
+  // The constructor cannot fail: a file that cannot be opened, or whose
+  // stream cannot be allocated, leaves its slot empty and nothing open.
   krl_internal::_logger_made.store(true, std::memory_order_relaxed);
-  try {
-    new (krl_internal::_logger_storage) KRLLogger();
-  } catch (...) {
-    krl_internal::_logger_made.store(false, std::memory_order_relaxed);
-    throw;
-  }
+  new (krl_internal::_logger_storage) KRLLogger();
   // Publishes the built object to callers on threads that come later.
   krl_internal::_logger_made.store(true, std::memory_order_release);
-  std::atexit(&KRLLogger::terminate);
+  // The terminator is registered as the destructor of a function-local
+  // static, which the compiler ties to this library: it runs when the library
+  // is unloaded, in reverse order with the others. std::atexit may bind to a
+  // sanitizer runtime's atexit, which runs it at process exit, after the
+  // library's code is gone.
+  struct Terminator {
+    ~Terminator() { KRLLogger::terminate(); }
+  };
+  static Terminator terminator;
   return *storage();
 }
 
 // Runs at exit (at unload for the shared library). The object stays in
 // place with empty slots, so that a later caller falls back to the standard
 // streams instead of reaching a deleted one.
-void KRLLogger::terminate() {
-  storage()->release();
-  while (krl_internal::_retired != nullptr) {
-    krl_internal::RetiredStream* r = krl_internal::_retired;
-    krl_internal::_retired = r->next;
-    delete r->stream;
-    delete r;
-  }
-}
+void KRLLogger::terminate() { storage()->release(); }
 
 void KRLLogger::release() {
   // Work on copies of the flags so that a stream shared by slots is deleted
@@ -110,6 +97,11 @@ void KRLLogger::release() {
   _out_owned = _err_owned = _log_owned = 0;
 }
 
+bool krl_internal::is_log_stream(const std::ostream& stream) {
+  const KRLLogger& l = KRLLogger::instance();
+  return &stream == l._out || &stream == l._err || &stream == l._log;
+}
+
 std::ostream& KRLLogger::out() {
   KRLLogger& l = instance();
   return l._out != nullptr ? *l._out : std::cout;
@@ -126,7 +118,7 @@ std::ostream& KRLLogger::log() {
 }
 
 void KRLLogger::put(std::ostream*& slot, int& slot_owned, std::ostream* stream, int owned,
-                    bool retire) {
+                    bool keep) {
   std::ostream* const old = slot;
   const int old_owned = slot_owned;
   slot = stream;
@@ -139,11 +131,11 @@ void KRLLogger::put(std::ostream*& slot, int& slot_owned, std::ostream* stream, 
     _err_owned = 1;
   } else if (_log == old) {
     _log_owned = 1;
-  } else if (retire) {
-    krl_internal::retire(old);
-  } else {
+  } else if (!keep) {
     delete old;
   }
+  // keep: the old stream is the host's again, open, to delete or to put back
+  // into a slot. The logger no longer knows it.
 }
 
 void KRLLogger::replace_out(std::ostream& stream, int owned) {
@@ -179,8 +171,14 @@ void KRLLogger::replace_stream(const char* file, char selector) {
 
 int KRLLogger::log_to(const char* file, char* path, unsigned int size, char selector) {
   if (file == nullptr || path == nullptr) return 0;
-  if (!krl_internal::log_file_path(file, path, size)) return 0;
-  std::ofstream* stream = krl_internal::open_log_file(path);
+  std::ofstream* stream = nullptr;
+  try {
+    // The property look-up may allocate too.
+    if (!krl_internal::log_file_path(file, path, size)) return 0;
+    stream = krl_internal::open_log_file(path);
+  } catch (const std::bad_alloc&) {
+    return 0;
+  }
   if (stream == nullptr) return 0;
   if ((selector & 7) == 0) {
     delete stream;  // the file is emptied, no slot filled

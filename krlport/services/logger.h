@@ -22,6 +22,13 @@
 
 #include "krlport/frame/export.h"
 
+namespace krl_internal {
+// Internal, for the exception operator on std::ostream: true when stream is,
+// by address, in one of the logger's slots. Builds the logger. A standard
+// stream that out(), err() or log() give for an empty slot is no log stream.
+bool is_log_stream(const std::ostream& stream);
+}  // namespace krl_internal
+
 class KRL_EXPORT KRLLogger {
  public:
   // Opens the three default files into the instance's slots (not into this
@@ -55,9 +62,10 @@ class KRL_EXPORT KRLLogger {
 
   // Opens exactly file (no search, no directory made) and puts it, owned,
   // into the first selected slot in the order out, log, err. The stream it
-  // displaces is not deleted here: if the logger owned it and no other slot
-  // holds it, it stays open until the logger ends. Nothing changes if the
-  // file cannot be opened.
+  // displaces is neither closed nor deleted, and the logger forgets it: the
+  // host deletes it or puts it back into a slot (a displaced owned stream
+  // that another slot still holds stays there, owned by that slot). Nothing
+  // changes if the file cannot be opened.
   void replace_stream(const char* file, char selector);
 
   // Opens file, emptied, in the log directory search, and puts the stream
@@ -67,14 +75,16 @@ class KRL_EXPORT KRLLogger {
   static int log_to(const char* file, char* path, unsigned int size, char selector);
 
  private:
+  friend bool krl_internal::is_log_stream(const std::ostream& stream);
+
   static KRLLogger* storage();
   static void terminate();
   // Deletes each owned stream once and empties the slots.
   void release();
   // The slot operation behind replace_*: stores stream and owned, then
-  // gives up what the slot held. retire keeps a displaced owned stream alive
-  // until the logger ends instead of deleting it.
-  void put(std::ostream*& slot, int& slot_owned, std::ostream* stream, int owned, bool retire);
+  // gives up what the slot held: deleted if owned and in no other slot, or,
+  // with keep, left to the host.
+  void put(std::ostream*& slot, int& slot_owned, std::ostream* stream, int owned, bool keep);
 
   std::ostream* _out;
   std::ostream* _err;

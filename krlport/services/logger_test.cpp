@@ -7,8 +7,10 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <sstream>
 
+#include "krlport/exceptions/system_exception.h"
 #include "krlport/platform/system.h"
 #include "krlport/portable/test_support.h"
 
@@ -109,11 +111,13 @@ TEST(LoggerSlots, SharedStreamStaysWhileASlotHoldsItAndGoesOnceAfterwards) {
 
 TEST(LoggerSlots, ReplaceStreamFillsOneSlotAndKeepsTheDisplacedStreamOpen) {
   KRLLogger& logger = KRLLogger::instance();
-  KRLLogger::replace_log(*new TrackedStream, 1);
+  TrackedStream* const displaced = new TrackedStream;
+  KRLLogger::replace_log(*displaced, 1);
   const std::string file = log_dir->dir.path() + "/replaced.log";
   const int live = TrackedStream::live;
   logger.replace_stream(file.c_str(), 6);
   EXPECT_EQ(TrackedStream::live, live);
+  delete displaced;  // the host's again
   std::ostream* const log_now = &logger.log();
   *log_now << "log slot" << std::flush;
   EXPECT_EQ(slurp(file), "log slot");
@@ -133,6 +137,54 @@ TEST(LoggerDeathTest, ExitDeletesEachOwnedStreamOnce) {
         std::exit(0);
       },
       ::testing::ExitedWithCode(0), "^deleted 1\n$");
+}
+
+// The displaced stream is the host's again: deleting it, or putting it back
+// owned, must not meet a second delete by the logger at exit.
+TEST(LoggerDeathTest, StreamDisplacedByReplaceStreamIsTheHostsToDeleteOrPutBack) {
+  const std::string file = log_dir->dir.path() + "/displacing.log";
+  for (const bool put_back : {false, true}) {
+    EXPECT_EXIT(
+        {
+          KRLLogger& logger = KRLLogger::instance();
+          TrackedStream* t = new TrackedStream(true);
+          KRLLogger::replace_log(*t, 1);
+          logger.replace_stream(file.c_str(), 4);
+          if (put_back) {
+            KRLLogger::replace_out(*t, 1);
+          } else {
+            delete t;
+          }
+          std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "^deleted 1\n$")
+        << put_back;
+  }
+}
+
+// No log file can be opened (each name is a directory), so every slot is
+// empty and err() gives std::cerr: std::cerr is still no log stream, and an
+// exception on it is written as on any plain stream.
+TEST(LoggerDeathTest, StandardStreamStandingInForAnEmptySlotIsNoLogStream) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process whose logger is not built yet
+  const std::string adm = log_dir->dir.path() + "/blocked";
+  EXPECT_EXIT(
+      {
+        for (const char* name : {"krlout.log", "krlerr.log", "krllog.log"}) {
+          fs::create_directories(adm + "/log/" + name);
+        }
+        ::setenv("KORLAN_ADM", adm.c_str(), 1);
+        const CORBA_BAD_PARAM e(8, CORBA::COMPLETED_MAYBE);
+        std::ostringstream plain;
+        plain << e;
+        std::ostringstream captured;
+        std::streambuf* const old = std::cerr.rdbuf(captured.rdbuf());
+        const bool is_cerr = &KRLLogger::instance().err() == &std::cerr;
+        std::cerr << e;
+        std::cerr.rdbuf(old);
+        std::exit(is_cerr && captured.str() == plain.str() ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace

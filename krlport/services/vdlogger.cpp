@@ -44,7 +44,8 @@ KRLDebugLogger::KRLDebugLogger()
       _file_name(nullptr),
       _stream(stdout),
       _open_pending(false),
-      _in_record(false) {
+      _in_record(false),
+      _write_failed(false) {
   for (auto& word : _masks) word.store(0, kRelaxed);
 }
 
@@ -134,8 +135,9 @@ void KRLDebugLogger::reset_options() {
   _options.store(1, kRelaxed);
 }
 
-// Appends; "e" keeps the descriptor out of programs the host executes. The
-// file is for its owner only (0600).
+// Appends; "e" keeps the descriptor out of programs the host executes. A
+// regular file is for its owner only (0600); a device or pipe the host named
+// keeps its mode.
 void KRLDebugLogger::open_file() {
   _stream = std::fopen(_file_name, "ae");
   _open_pending = _stream == nullptr;
@@ -144,7 +146,8 @@ void KRLDebugLogger::open_file() {
     return;
   }
   _fd = ::fileno(_stream);
-  ::chmod(_file_name, 0600);
+  struct stat st;
+  if (::fstat(_fd, &st) == 0 && S_ISREG(st.st_mode)) ::fchmod(_fd, 0600);
 }
 
 // fclose releases the stream even when it reports an error (flushing
@@ -177,9 +180,11 @@ KRLDebugLogger& KRLDebugLogger::begin_record(int tag, unsigned long mask, const 
   _lock.lock();
   if (_in_record) return *this;  // nested: the text joins the running record
   const std::uint32_t bits = static_cast<std::uint32_t>(mask);
+  _write_failed = false;
   if ((_masks[word].load(kRelaxed) & bits) == 0 && (_masks[0].load(kRelaxed) & 1) == 0) {
     return *this;
   }
+  _write_failed = true;  // until the head line is out
   if (_open_pending) open_file();
   if (_open_pending) return *this;  // no file: the record is dropped, the next one retries
   if (++_record_count >= kCheckEvery) {
@@ -191,30 +196,44 @@ KRLDebugLogger& KRLDebugLogger::begin_record(int tag, unsigned long mask, const 
   char when[32] = "";  // ctime_r writes 26 bytes; a year past 9999 is cut
   if (::ctime_r(&now, when) == nullptr) when[0] = '\0';
   when[24] = '\0';
-  std::fprintf(_stream, "=> %s,%02x,%08x,%s,%d,%d\n", when, static_cast<unsigned>(tag), bits,
-               source != nullptr ? source : "<null>", line, static_cast<int>(now));
+  _write_failed = std::fprintf(_stream, "=> %s,%02x,%08x,%s,%d,%d\n", when,
+                               static_cast<unsigned>(tag), bits,
+                               source != nullptr ? source : "<null>", line,
+                               static_cast<int>(now)) < 0;
   _in_record = true;
   return *this;
 }
 
 KRLDebugLogger& KRLDebugLogger::operator<<(const char* text) {
-  if (_in_record) std::fputs(text != nullptr ? text : "<null>", _stream);
+  if (_in_record && std::fputs(text != nullptr ? text : "<null>", _stream) == EOF) {
+    _write_failed = true;
+  }
   return *this;
 }
 
 KRLDebugLogger& KRLDebugLogger::operator<<(long value) {
-  if (_in_record) std::fprintf(_stream, "%ld", value);
+  if (_in_record && std::fprintf(_stream, "%ld", value) < 0) _write_failed = true;
   return *this;
 }
 
 KRLDebugLogger& end_record(KRLDebugLogger& log) {
   if (log._in_record) {
-    std::fputc('\n', log._stream);
-    std::fflush(log._stream);
+    // Buffered text meets a full disk only here, in the flush.
+    if (std::fputc('\n', log._stream) == EOF) log._write_failed = true;
+    if (std::fflush(log._stream) != 0) log._write_failed = true;
     log._in_record = false;
   }
   log._lock.unlock();
   return log;
+}
+
+bool KRLDebugLogger::record(int tag, unsigned long mask, const char* source, int line,
+                            const char* text) {
+  // Held across the record and the reading of its outcome, so that another
+  // thread's record cannot change _write_failed in between.
+  KRLMutex_var guard(_lock, 1);
+  begin_record(tag, mask, source, line) << text << end_record;
+  return !_write_failed;
 }
 
 bool debug_log_to(KRLDebugLogger& log, const char* file, char* path, unsigned int size) {

@@ -90,6 +90,12 @@ class KRLDebugLogger {
   // the lock taken by begin_record.
   friend KRLDebugLogger& end_record(KRLDebugLogger& log);
 
+  // One whole record with text as its body. True when it was written and
+  // flushed, or filtered out; false when it passed the filter but was not
+  // written whole: no file could be opened, or a write or the flush failed
+  // (a full disk). mask must be valid.
+  bool record(int tag, unsigned long mask, const char* source, int line, const char* text);
+
  private:
   static KRLDebugLogger _instance;  // defined in frame/load_order.cpp
 
@@ -113,6 +119,7 @@ class KRLDebugLogger {
   FILE* _stream;                         // stdout, the open file, or null after a failed open
   bool _open_pending;                    // a named file is to be opened before the next write
   bool _in_record;                       // a head line is out and its record not ended
+  bool _write_failed;                    // the last record to pass the filter was not written whole
 };
 
 KRLDebugLogger& end_record(KRLDebugLogger& log);

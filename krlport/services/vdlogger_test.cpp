@@ -1,8 +1,10 @@
 #include "krlport/services/vdlogger.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <regex>
 #include <thread>
@@ -110,6 +112,31 @@ TEST(DebugLoggerThreads, ConcurrentRecordsComeOutWholeAcrossARollOver) {
     EXPECT_EQ(body, m[1].str() + " " + m[2].str());
   }
   EXPECT_EQ(n, kThreads * kRecords);
+}
+
+// The log's file is /dev/full, named through a link in the log directory:
+// every flush fails as on a full disk, and record must say that it wrote
+// nothing. A filtered record is no failure. The device keeps its mode.
+TEST(DebugLogDeathTest, RecordThatCouldNotBeWrittenGivesZero) {
+  struct stat before;
+  ASSERT_EQ(::stat("/dev/full", &before), 0);
+  const std::string dir = std::string(std::getenv("KORLAN_ADM")) + "/log";
+  fs::create_directories(dir);
+  fs::create_symlink("/dev/full", dir + "/full.log");
+  EXPECT_EXIT(
+      {
+        char path[4096];
+        const bool named = KRLDebugLog::log_to("full.log", path, sizeof path) == 1;
+        KRLDebugLog::enable(0x10000001);
+        const int full = KRLDebugLog::record(1, 0x10000001, "t", 1, "lost");
+        const int filtered = KRLDebugLog::record(1, 0x20000001, "t", 2, "filtered");
+        std::exit(named && full == 0 && filtered == 1 ? 0 : 1);
+      },
+      ::testing::ExitedWithCode(0), "");
+  struct stat after;
+  ASSERT_EQ(::stat("/dev/full", &after), 0);
+  EXPECT_EQ(after.st_mode, before.st_mode);
+  fs::remove(dir + "/full.log");
 }
 
 }  // namespace
