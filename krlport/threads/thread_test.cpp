@@ -5,8 +5,8 @@
 #include <sys/socket.h>
 
 #include <atomic>
-#include <fstream>
-#include <iterator>
+#include <cstdio>
+#include <cstring>
 #include <string>
 #include <functional>
 #include <memory>
@@ -151,10 +151,15 @@ bool wait_for(const std::atomic<bool>& flag) {
 // The kernel's state letter of a thread of this process ('R' running, 'S'
 // asleep), or 0 when the thread is gone.
 char task_state(unsigned long tid) {
-  std::ifstream stat("/proc/self/task/" + std::to_string(tid) + "/stat");
-  const std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
-  const std::string::size_type paren = text.rfind(')');
-  return paren == std::string::npos || paren + 2 >= text.size() ? 0 : text[paren + 2];
+  const std::string path = "/proc/self/task/" + std::to_string(tid) + "/stat";
+  std::FILE* stat = std::fopen(path.c_str(), "re");
+  if (stat == nullptr) return 0;
+  char text[512];
+  const std::size_t n = std::fread(text, 1, sizeof text - 1, stat);  // 0 once the thread went
+  std::fclose(stat);
+  text[n] = 0;
+  const char* paren = std::strrchr(text, ')');
+  return paren == nullptr || paren[1] == 0 ? 0 : paren[2];
 }
 
 // What the threads of the termination tests block in, built once and never
