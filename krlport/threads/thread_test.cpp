@@ -2,11 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <functional>
 #include <memory>
@@ -27,8 +31,25 @@ namespace {
 
 // Printing an exception builds the logger, which opens its files below
 // KORLAN_ADM: a directory of this test's own, set before any test runs.
-const krl_test::TempDir g_log_dir;
-const int g_log_env = ::setenv("KORLAN_ADM", g_log_dir.path().c_str(), 1);
+const krl_test::TempDir g_own_dir;
+const int g_log_env = ::setenv("KORLAN_ADM", g_own_dir.path().c_str(), 1);
+
+// What f writes to descriptor 2, through a file in that directory (GoogleTest's
+// capture would use /tmp).
+std::string stderr_of(const std::function<void()>& f) {
+  const std::string path = g_own_dir.path() + "/stderr";
+  std::fflush(stderr);
+  const int saved = ::dup(2);
+  const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  ::dup2(file, 2);
+  ::close(file);
+  f();
+  std::fflush(stderr);
+  ::dup2(saved, 2);
+  ::close(saved);
+  std::ifstream in(path);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
 
 using krl_internal::ThreadLocalPeer;
 using krl_internal::ThreadPeer;
@@ -133,9 +154,8 @@ TEST(ThreadTest, BodyRunsOnItsThreadAndACorbaExceptionSkipsTheCleanUp) {
 
 TEST(ThreadTest, DefaultFactoryFailureThrowsNoResources) {
   Task t(nullptr, 1L << 62);  // no system gives a stack this size
-  testing::internal::CaptureStderr();
-  EXPECT_THROW(t.run(), CORBA_NO_RESOURCES);
-  EXPECT_EQ(testing::internal::GetCapturedStderr().rfind("CreateThread: ", 0), 0u);
+  EXPECT_EQ(stderr_of([&] { EXPECT_THROW(t.run(), CORBA_NO_RESOURCES); }).rfind("CreateThread: ", 0),
+            0u);
 }
 
 // Waits up to 10 s for pred to hold.
