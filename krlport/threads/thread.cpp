@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <iostream>
 #include <new>
-#include <vector>
 
 #include "krlport/exceptions/exception.h"
 #include "krlport/exceptions/system_exception.h"
@@ -92,23 +91,21 @@ void Running::unlink() {
   if (g_running == this) g_running = next;
 }
 
-// Ends the run of object on thread tid, if there is one. The calling thread
-// itself ends last, after the lock is released.
-void end_running(const KRLThread* object, unsigned long tid) {
-  bool self = false;
-  {
-    KRLMutex_var guard(running_mutex(), 1);
-    for (Running* r = g_running; r != nullptr; r = r->next) {
-      if (r->object != object || r->tid != tid) continue;
-      self = tid == krl_internal::current_thread_id();
-      if (self || krl_internal::send_termination(tid, r->token)) {
-        r->unlink();
-        r->ended = true;
-      }
-      break;
-    }
+// Ends run r of another thread: queues the signal, then unlinks r and marks
+// it ended. If nothing could be sent, r stays and its thread runs on. Caller
+// holds running_mutex().
+void end_other(Running* r) {
+  if (krl_internal::send_termination(r->tid, r->token)) {
+    r->unlink();
+    r->ended = true;
   }
-  if (self) krl_internal::end_calling_thread();
+}
+
+// Unlinks the calling thread's own run r; the caller holds running_mutex()
+// and ends itself once it has released it.
+void end_own(Running* r) {
+  r->unlink();
+  r->ended = true;
 }
 
 // Clears the object of every run that names it.
@@ -164,23 +161,45 @@ void* KRLThread::_start(void* arg) {
   return nullptr;
 }
 
-void KRLThread::terminate() { end_running(this, load_tid(_id)); }
-
-void KRLThread::terminateAll() {
-  std::vector<std::pair<const KRLThread*, unsigned long>> targets;
+void KRLThread::terminate() {
+  const unsigned long tid = load_tid(_id);
+  const bool own = tid == krl_internal::current_thread_id();
+  bool ended_own = false;
   {
-    KRLMutex_var guard(_mutex, 1);
-    for (KRLThread* t = _first; t != nullptr; t = t->_next)
-      targets.emplace_back(t, load_tid(t->_id));
+    KRLMutex_var guard(running_mutex(), 1);
+    for (Running* r = g_running; r != nullptr; r = r->next) {
+      if (r->object != this || r->tid != tid) continue;
+      own ? end_own(r) : end_other(r);
+      ended_own = own;
+      break;
+    }
   }
-  // The calling thread's own run, if it is one of them, ends last.
+  if (ended_own) krl_internal::end_calling_thread();
+}
+
+// Walks the runs rather than the registry, so it neither allocates nor takes
+// _mutex: a run's object is in the registry exactly while it is not null,
+// and its destructor cannot clear it, nor end, while the runs' lock is held.
+void KRLThread::terminateAll() {
   const unsigned long me = krl_internal::current_thread_id();
-  for (const auto& target : targets) {
-    if (target.second != me) end_running(target.first, target.second);
+  Running* own = nullptr;
+  {
+    KRLMutex_var guard(running_mutex(), 1);
+    Running* r = g_running;
+    while (r != nullptr) {
+      Running* const next = r->next;
+      if (r->object != nullptr && r->tid == load_tid(r->object->_id)) {
+        if (r->tid == me) {
+          own = r;
+        } else {
+          end_other(r);
+        }
+      }
+      r = next;
+    }
+    if (own != nullptr) end_own(own);
   }
-  for (const auto& target : targets) {
-    if (target.second == me) end_running(target.first, target.second);
-  }
+  if (own != nullptr) krl_internal::end_calling_thread();
 }
 
 void KRLThread::yield() { KRLPortable::vsleep(0); }
