@@ -32,9 +32,10 @@ struct Running {
   ~Running();
   void unlink();
 
-  // The object the thread was run for, cleared by its destructor: an object
-  // built later at the same address is never taken for this one. Identity
-  // only; never read through.
+  // The object the thread was run for, cleared by its destructor before
+  // anything else, under running_mutex(): an object built later at the same
+  // address is never taken for this one, and while the lock is held a
+  // non-null object is whole and may be read.
   const KRLThread* object;
   unsigned long tid;
   krl_internal::TerminationToken token;
