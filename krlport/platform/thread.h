@@ -1,4 +1,5 @@
-// Internal: the calling thread's identity, yielding and sleeping.
+// Internal: the calling thread's identity, yielding, sleeping, and ending a
+// thread from another one.
 #ifndef KRLPORT_PLATFORM_THREAD_H_
 #define KRLPORT_PLATFORM_THREAD_H_
 
@@ -31,14 +32,45 @@ void sleep_milliseconds(unsigned long long ms);
 // Gives 0, or the system's error number when no thread was made.
 int start_detached_thread(unsigned long stack_size, void* (*start)(void*), void* arg);
 
-// The system's handle of a thread, valid while that thread runs.
-typedef unsigned long ThreadHandle;
-ThreadHandle current_thread_handle();
+// Forced termination. A thread ends at once, wherever it is, and runs none of
+// its own code on the way out: no unwinding, no destructors, no handlers. Only
+// that kernel thread ends, never the process. The thread must have announced
+// itself with accept_termination(token), and the signal carries that token, so
+// a termination meant for one run of a thread never ends a later run of it.
+// On this system it is a real-time signal (termination_signal()); its handler
+// is installed by the first send_termination and by nothing else.
 
-// Asks the thread to end without ending the process. It ends at its next
-// cancellation point (sleeps, blocking I/O, pthread waits); destructors of
-// its frames run as it unwinds. The thread must still be running.
-void cancel_thread(ThreadHandle thread);
+// The signal that ends a thread; reserved for this from the first send on.
+int termination_signal();
+
+// A process-wide unique token, never 0 and never reused.
+typedef unsigned long long TerminationToken;
+TerminationToken new_termination_token();
+
+// A thread's signal mask, saved to be restored.
+struct SignalMask {
+  unsigned long words[16];
+};
+
+// Blocks termination on the calling thread; stores the mask it had in old.
+// While blocked, a termination sent to the thread waits.
+void block_termination(SignalMask* old);
+// The calling thread may be ended by token from now on: it keeps the token
+// and unblocks the signal (a termination that waited ends it here).
+void accept_termination(TerminationToken token);
+// Blocks the signal again and forgets the token: a termination that is
+// still pending is dropped when the signal is unblocked next.
+void refuse_termination();
+// Restores the mask saved by block_termination.
+void restore_signal_mask(const SignalMask& old);
+
+// Ends thread tid (of this process), if it has accepted token. Installs the
+// handler first if it is not in place. Gives false when nothing was sent:
+// the thread then runs on. Calls must be serialised by the caller.
+bool send_termination(unsigned long tid, TerminationToken token);
+
+// Ends the calling thread at once, as a termination would.
+[[noreturn]] void end_calling_thread();
 
 }  // namespace krl_internal
 

@@ -2,13 +2,16 @@
 
 #include <pthread.h>
 #include <sched.h>
+#include <signal.h>
 #include <sys/syscall.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
-#include <type_traits>
+#include <cstdint>
+#include <cstring>
 
 namespace krl_internal {
 
@@ -60,10 +63,158 @@ int start_detached_thread(unsigned long stack_size, void* (*start)(void*), void*
   return rc;
 }
 
-static_assert(std::is_same<pthread_t, ThreadHandle>::value, "pthread_t is the handle here");
+// Termination.
+//
+// The signal's handler makes the raw exit system call, which ends only the
+// calling kernel thread (exit_group would end the process); nothing of the
+// thread runs after it. The handler acts only on a signal of this process
+// that carries the library's tag and the token the thread accepted; anything
+// else on that signal goes to the handler that was there before, if any.
+//
+// ThreadSanitizer wraps every handler installed through sigaction and defers
+// the call until the thread enters an intercepted function, which a thread
+// parked in a raw futex wait or computing never does. So the handler is put
+// in place with the rt_sigaction system call itself, keeping the flags and
+// the sa_restorer that the C library's sigaction chose, and the kernel calls
+// it directly in every build.
 
-ThreadHandle current_thread_handle() { return pthread_self(); }
+static_assert(sizeof(sigset_t) <= sizeof(SignalMask), "SignalMask holds a sigset_t");
 
-void cancel_thread(ThreadHandle thread) { pthread_cancel(thread); }
+namespace {
+
+// Top 16 bits of every token: marks a signal as the library's own.
+constexpr TerminationToken kTokenTag = 0x4B52ull << 48;
+constexpr TerminationToken kTokenTagMask = 0xFFFFull << 48;
+
+std::atomic<TerminationToken> g_last_token{0};
+
+// The token the calling thread accepted, 0 when none.
+__thread TerminationToken t_token __attribute__((tls_model("initial-exec"))) = 0;
+
+// The handler that was installed before ours, to pass foreign signals on.
+std::atomic<void (*)(int, siginfo_t*, void*)> g_previous_action{nullptr};
+std::atomic<void (*)(int)> g_previous_handler{nullptr};
+
+// What rt_sigaction reads and writes on x86-64 and aarch64 (a 64-bit mask).
+struct KernelSigaction {
+  void (*action)(int, siginfo_t*, void*);
+  unsigned long flags;
+  void (*restorer)();
+  unsigned long mask;
+};
+#if !defined(__x86_64__) && !defined(__aarch64__)
+#error "KernelSigaction is laid out for x86-64 and aarch64"
+#endif
+#ifndef SA_RESTORER
+#define SA_RESTORER 0x04000000
+#endif
+
+sigset_t termination_set() {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, termination_signal());
+  return set;
+}
+
+// Runs in signal context: async-signal-safe calls only, and nothing that
+// ThreadSanitizer's runtime would have to see.
+__attribute__((no_sanitize("thread"))) void on_termination(int sig, siginfo_t* info, void* context) {
+  if (info != nullptr && info->si_code == SI_QUEUE && info->si_pid == getpid()) {
+    const TerminationToken token =
+        static_cast<TerminationToken>(reinterpret_cast<std::uintptr_t>(info->si_value.sival_ptr));
+    if ((token & kTokenTagMask) == kTokenTag) {
+      if (token == t_token) syscall(SYS_exit, 0);
+      return;  // ours, for a run of this thread that has ended: dropped
+    }
+  }
+  if (auto action = g_previous_action.load(std::memory_order_relaxed)) {
+    action(sig, info, context);
+  } else if (auto handler = g_previous_handler.load(std::memory_order_relaxed)) {
+    handler(sig);
+  }
+}
+
+int kernel_sigaction(int sig, const KernelSigaction* act, KernelSigaction* old) {
+  return static_cast<int>(syscall(SYS_rt_sigaction, sig, act, old, sizeof(unsigned long)));
+}
+
+// Puts on_termination in place unless it is there already.
+bool install_handler() {
+  const int sig = termination_signal();
+  KernelSigaction now;
+  if (kernel_sigaction(sig, nullptr, &now) != 0) return false;
+  if (now.action == &on_termination) return true;
+
+  struct sigaction act;
+  struct sigaction old;
+  std::memset(&act, 0, sizeof act);
+  act.sa_sigaction = &on_termination;
+  act.sa_flags = SA_SIGINFO | SA_RESTART;
+  sigfillset(&act.sa_mask);
+  if (sigaction(sig, &act, &old) != 0) return false;
+  if ((old.sa_flags & SA_SIGINFO) != 0) {
+    g_previous_action.store(old.sa_sigaction == &on_termination ? nullptr : old.sa_sigaction);
+    g_previous_handler.store(nullptr);
+  } else {
+    const bool plain = old.sa_handler != SIG_DFL && old.sa_handler != SIG_IGN;
+    g_previous_handler.store(plain ? old.sa_handler : nullptr);
+    g_previous_action.store(nullptr);
+  }
+
+  // Under ThreadSanitizer the kernel now holds its wrapper: replace it.
+  KernelSigaction installed;
+  if (kernel_sigaction(sig, nullptr, &installed) != 0) return false;
+  if (installed.action == &on_termination) return true;
+  installed.action = &on_termination;
+  installed.flags = SA_SIGINFO | SA_RESTART | (installed.flags & SA_RESTORER);
+  installed.mask = ~0ul;
+  return kernel_sigaction(sig, &installed, nullptr) == 0;
+}
+
+}  // namespace
+
+int termination_signal() { return SIGRTMAX - 2; }
+
+TerminationToken new_termination_token() {
+  return kTokenTag | (g_last_token.fetch_add(1, std::memory_order_relaxed) + 1);
+}
+
+void block_termination(SignalMask* old) {
+  const sigset_t set = termination_set();
+  pthread_sigmask(SIG_BLOCK, &set, reinterpret_cast<sigset_t*>(old->words));
+}
+
+void accept_termination(TerminationToken token) {
+  t_token = token;
+  const sigset_t set = termination_set();
+  pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+}
+
+void refuse_termination() {
+  const sigset_t set = termination_set();
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  t_token = 0;
+}
+
+void restore_signal_mask(const SignalMask& old) {
+  pthread_sigmask(SIG_SETMASK, reinterpret_cast<const sigset_t*>(old.words), nullptr);
+}
+
+bool send_termination(unsigned long tid, TerminationToken token) {
+  if (!install_handler()) return false;
+  siginfo_t info;
+  std::memset(&info, 0, sizeof info);
+  info.si_signo = termination_signal();
+  info.si_code = SI_QUEUE;
+  info.si_pid = getpid();
+  info.si_uid = getuid();
+  info.si_value.sival_ptr = reinterpret_cast<void*>(static_cast<std::uintptr_t>(token));
+  return syscall(SYS_rt_tgsigqueueinfo, getpid(), static_cast<pid_t>(tid), info.si_signo, &info) ==
+         0;
+}
+
+void end_calling_thread() {
+  for (;;) syscall(SYS_exit, 0);
+}
 
 }  // namespace krl_internal

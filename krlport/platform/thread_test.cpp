@@ -1,10 +1,15 @@
 #include "krlport/platform/thread.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cstring>
+#include <string>
 #include <thread>
 
 namespace {
@@ -27,6 +32,70 @@ TEST(CurrentThreadIdTest, IsTheKernelIdOfEachThreadAndOfAForkedChild) {
   int status = -1;
   waitpid(child, &status, 0);
   EXPECT_EQ(status, 0);  // exited with 0
+}
+
+// A thread that accepted g_token and answers pings, so the test knows that a
+// signal sent before the ping has been handled. All in static storage: the
+// thread ends without telling the sanitizers.
+std::atomic<krl_internal::TerminationToken> g_token{0};
+std::atomic<unsigned long> g_tid{0};
+std::atomic<int> g_ping{0}, g_pong{0}, g_host_calls{0};
+
+void answer_pings() {
+  krl_internal::SignalMask mask;
+  krl_internal::block_termination(&mask);
+  krl_internal::accept_termination(g_token);
+  g_tid = krl_internal::current_thread_id();
+  for (;;) {
+    g_pong = g_ping.load();
+    krl_internal::sleep_milliseconds(1);
+  }
+}
+
+bool answers() {
+  const int ping = ++g_ping;
+  for (int i = 0; i < 10000; ++i, krl_internal::sleep_milliseconds(1)) {
+    if (g_pong == ping) return true;
+  }
+  return false;
+}
+
+bool exists(unsigned long tid) {
+  struct stat st;
+  return ::stat(("/proc/self/task/" + std::to_string(tid)).c_str(), &st) == 0;
+}
+
+TEST(TerminationTest, EndsOnlyTheRunThatAcceptedTheTokenAndPassesOtherSignalsOn) {
+  const int sig = krl_internal::termination_signal();
+  struct sigaction host;
+  std::memset(&host, 0, sizeof host);
+  host.sa_sigaction = [](int, siginfo_t*, void*) { ++g_host_calls; };
+  host.sa_flags = SA_SIGINFO;
+  ASSERT_EQ(sigaction(sig, &host, nullptr), 0);
+
+  const krl_internal::TerminationToken ended_run = krl_internal::new_termination_token();
+  g_token = krl_internal::new_termination_token();
+  std::thread(&answer_pings).detach();
+  for (int i = 0; i < 10000 && g_tid == 0; ++i) krl_internal::sleep_milliseconds(1);
+  const unsigned long tid = g_tid;
+  ASSERT_NE(tid, 0u);
+
+  ASSERT_TRUE(krl_internal::send_termination(tid, ended_run));
+  EXPECT_TRUE(answers());
+  EXPECT_EQ(g_host_calls, 0);  // the library's own signal: dropped
+
+  siginfo_t foreign;
+  std::memset(&foreign, 0, sizeof foreign);
+  foreign.si_code = SI_QUEUE;
+  foreign.si_pid = getpid();
+  foreign.si_value.sival_int = 7;
+  ASSERT_EQ(syscall(SYS_rt_tgsigqueueinfo, getpid(), tid, sig, &foreign), 0);
+  EXPECT_TRUE(answers());
+  EXPECT_EQ(g_host_calls, 1);
+
+  ASSERT_TRUE(krl_internal::send_termination(tid, g_token));
+  for (int i = 0; i < 10000 && exists(tid); ++i) krl_internal::sleep_milliseconds(1);
+  EXPECT_FALSE(exists(tid));
 }
 
 }  // namespace

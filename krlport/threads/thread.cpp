@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <iostream>
-#include <vector>
+#include <new>
 
 #include "krlport/exceptions/exception.h"
 #include "krlport/exceptions/system_exception.h"
@@ -17,51 +17,103 @@ KRLThread::Factory KRLThread::_factory = &KRLThread::_create_thread;
 
 namespace {
 
-// The threads inside _start, so that terminate() can turn an id into the
-// system's handle. A node lives in its thread's _start frame and leaves the
-// list when that frame ends, by return, exception or cancellation; a handle
-// read under the lock therefore names a running thread.
+// The runs of threads inside _start, so that terminate() can turn an object
+// and an id into a thread to end. A node lives in its thread's _start frame
+// and is linked from when the thread has begun until it leaves _start, or
+// until a terminator ends it.
+//
+// The termination signal is blocked while a thread links or unlinks its own
+// node, and a terminator sends it while holding the lock, so a thread never
+// ends holding the lock. A terminator that sent unlinks the node and marks it
+// ended; the thread, if it gets to its own unlinking before the signal does
+// (it had the signal blocked), finds the mark and leaves the links alone.
 struct Running {
   Running(const KRLThread* owner, unsigned long thread_id);
   ~Running();
+  void unlink();
 
-  const KRLThread* object;  // identity only; never read through
+  // The object the thread was run for, cleared by its destructor before
+  // anything else, under running_mutex(): an object built later at the same
+  // address is never taken for this one, and while the lock is held a
+  // non-null object is whole and may be read.
+  const KRLThread* object;
   unsigned long tid;
-  krl_internal::ThreadHandle handle;
+  krl_internal::TerminationToken token;
+  bool ended;  // a terminator sent the signal and unlinked the node
   Running* next;
   Running* prev;
+  krl_internal::SignalMask mask;  // the thread's mask on entry
 };
 
-// A leaf lock of its own: KRLThread::_mutex guards only the registry.
+// A leaf lock of its own: KRLThread::_mutex guards only the registry. Never
+// destroyed, so that threads and destructors that run late at exit still
+// find it.
 KRLMutex& running_mutex() {
-  static KRLMutex mutex;
-  return mutex;
+  alignas(KRLMutex) static unsigned char storage[sizeof(KRLMutex)];
+  static KRLMutex* const mutex = new (storage) KRLMutex;
+  return *mutex;
 }
 Running* g_running = nullptr;
 
 Running::Running(const KRLThread* owner, unsigned long thread_id)
     : object(owner),
       tid(thread_id),
-      handle(krl_internal::current_thread_handle()),
+      token(krl_internal::new_termination_token()),
+      ended(false),
       next(nullptr),
       prev(nullptr) {
-  KRLMutex_var guard(running_mutex(), 1);
-  next = g_running;
-  if (next != nullptr) next->prev = this;
-  g_running = this;
+  krl_internal::block_termination(&mask);
+  {
+    KRLMutex_var guard(running_mutex(), 1);
+    next = g_running;
+    if (next != nullptr) next->prev = this;
+    g_running = this;
+  }
+  // Unblocked even if the thread was made with the signal blocked; a body
+  // that blocks it again cannot be ended while it stays blocked.
+  krl_internal::accept_termination(token);
 }
 
 Running::~Running() {
-  KRLMutex_var guard(running_mutex(), 1);
+  krl_internal::refuse_termination();
+  {
+    KRLMutex_var guard(running_mutex(), 1);
+    if (!ended) unlink();
+  }
+  // A termination sent while the signal was blocked is dropped here: the
+  // token no longer matches.
+  krl_internal::restore_signal_mask(mask);
+}
+
+// Caller holds running_mutex().
+void Running::unlink() {
   if (prev != nullptr) prev->next = next;
   if (next != nullptr) next->prev = prev;
   if (g_running == this) g_running = next;
 }
 
-void cancel_running(const KRLThread* object, unsigned long tid) {
+// Ends run r of another thread: queues the signal, then unlinks r and marks
+// it ended. If nothing could be sent, r stays and its thread runs on. Caller
+// holds running_mutex().
+void end_other(Running* r) {
+  if (krl_internal::send_termination(r->tid, r->token)) {
+    r->unlink();
+    r->ended = true;
+  }
+}
+
+// Unlinks the calling thread's own run r; the caller holds running_mutex()
+// and ends itself once it has released it.
+void end_own(Running* r) {
+  r->unlink();
+  r->ended = true;
+}
+
+// Clears the object of every run that names it.
+void forget_object(const KRLThread* object) {
   KRLMutex_var guard(running_mutex(), 1);
   for (Running* r = g_running; r != nullptr; r = r->next) {
-    if (r->object == object && r->tid == tid) krl_internal::cancel_thread(r->handle);
+    if (r->object == object) r->object = nullptr;
   }
 }
 
@@ -81,6 +133,7 @@ KRLThread::KRLThread(long stack_size) : _next(nullptr), _prev(nullptr), _stack_s
 }
 
 KRLThread::~KRLThread() {
+  forget_object(this);
   KRLMutex_var guard(_mutex, 1);
   if (_first == this) _first = _next;
   if (_prev != nullptr) _prev->_next = _next;
@@ -94,9 +147,9 @@ void KRLThread::run() {
 void* KRLThread::_start(void* arg) {
   KRLThread* self = static_cast<KRLThread*>(arg);
   const unsigned long tid = krl_internal::current_thread_id();
+  __atomic_store_n(&self->_id._tid, tid, __ATOMIC_RELAXED);
   Running running(self, tid);
   try {
-    __atomic_store_n(&self->_id._tid, tid, __ATOMIC_RELAXED);
     self->body();
     // The body may have deleted the object: from here on only the pointer
     // value travels.
@@ -109,16 +162,45 @@ void* KRLThread::_start(void* arg) {
   return nullptr;
 }
 
-void KRLThread::terminate() { cancel_running(this, load_tid(_id)); }
-
-void KRLThread::terminateAll() {
-  std::vector<std::pair<const KRLThread*, unsigned long>> targets;
+void KRLThread::terminate() {
+  const unsigned long tid = load_tid(_id);
+  const bool own = tid == krl_internal::current_thread_id();
+  bool ended_own = false;
   {
-    KRLMutex_var guard(_mutex, 1);
-    for (KRLThread* t = _first; t != nullptr; t = t->_next)
-      targets.emplace_back(t, load_tid(t->_id));
+    KRLMutex_var guard(running_mutex(), 1);
+    for (Running* r = g_running; r != nullptr; r = r->next) {
+      if (r->object != this || r->tid != tid) continue;
+      own ? end_own(r) : end_other(r);
+      ended_own = own;
+      break;
+    }
   }
-  for (const auto& target : targets) cancel_running(target.first, target.second);
+  if (ended_own) krl_internal::end_calling_thread();
+}
+
+// Walks the runs rather than the registry, so it neither allocates nor takes
+// _mutex: a run's object is in the registry exactly while it is not null,
+// and its destructor cannot clear it, nor end, while the runs' lock is held.
+void KRLThread::terminateAll() {
+  const unsigned long me = krl_internal::current_thread_id();
+  Running* own = nullptr;
+  {
+    KRLMutex_var guard(running_mutex(), 1);
+    Running* r = g_running;
+    while (r != nullptr) {
+      Running* const next = r->next;
+      if (r->object != nullptr && r->tid == load_tid(r->object->_id)) {
+        if (r->tid == me) {
+          own = r;
+        } else {
+          end_other(r);
+        }
+      }
+      r = next;
+    }
+    if (own != nullptr) end_own(own);
+  }
+  if (own != nullptr) krl_internal::end_calling_thread();
 }
 
 void KRLThread::yield() { KRLPortable::vsleep(0); }
@@ -128,7 +210,7 @@ KRLThread* KRLThread::instance(const KRLThreadId& id) {
   // followed.
   KRLMutex_var guard(_mutex, 1);
   for (KRLThread* t = _first; t != nullptr; t = t->_next) {
-    if (load_tid(t->_id) == id._tid) return t;
+    if (load_tid(t->_id) == load_tid(id)) return t;
   }
   return nullptr;
 }

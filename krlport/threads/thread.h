@@ -31,17 +31,22 @@ class KRL_EXPORT KRLThread {
   virtual void run();
 
   // The creating thread's id until the new thread has begun, then the new
-  // thread's (of the last one started).
+  // thread's (of the last one started). Copying it, or passing it to
+  // instance(), is race-free while the thread starts.
   const KRLThreadId& id() const { return _id; }
 
-  // Ends the thread started for this object, if it still runs, without
-  // ending the process and without any clean-up of this library; it stays
-  // in the registry. Unsafe, as forced termination always is: the thread
-  // ends at its next cancellation point (a sleep, blocking I/O, a pthread
-  // wait), unwinding its frames. Does nothing for an object that was never
-  // run or whose thread has ended.
+  // Ends the thread that id() names, if it runs for this object, at once
+  // and wherever it is (waiting, sleeping, in a socket call, computing),
+  // without ending the process. None of its code runs: no unwinding, no
+  // destructors, no catch handlers, no clean-up of its thread-local objects.
+  // Unsafe, as TerminateThread is: the thread leaves its stack mapped and
+  // every lock it held held. The object stays in the registry. Does nothing
+  // for an object that was never run or whose thread has ended or not yet
+  // begun. A body that blocks the termination signal (docs/PLATFORM.md)
+  // ends only when it unblocks it. On the caller's own run, ends the caller.
   void terminate();
-  // terminate() for every object of the registry.
+  // terminate() for every object of the registry; the caller's own run, if
+  // any, ends last.
   static void terminateAll();
 
   // Gives up the rest of the time slice.
@@ -69,10 +74,11 @@ class KRL_EXPORT KRLThread {
 
   // Every thread runs this with its object: sets _id, runs body(), then
   // KRLThreadLocal::_exit_thread. A CORBA_Exception out of them is written
-  // to cout and ends the thread without the clean-up.
+  // to cout and ends the thread without the clean-up. The thread can be
+  // terminated from when its id is set until it returns.
   static void* _start(void* arg);
 
-  KRLThreadId _id;  // written by the new thread without _mutex
+  KRLThreadId _id;  // written by the new thread without _mutex, atomically
   KRLThread* _next;
   KRLThread* _prev;
   long _stack_size;

@@ -11,11 +11,11 @@ class KRL_EXPORT KRLThreadId {
  public:
   // Names the calling thread (the system's thread id).
   KRLThreadId();
-  KRLThreadId(const KRLThreadId& other) : _tid(other._tid) {}
-  const KRLThreadId& operator=(const KRLThreadId& other) {
-    _tid = other._tid;
-    return *this;
-  }
+  // Copying reads the source's number atomically (relaxed), so a copy of
+  // KRLThread::id() taken while the new thread stores its id is race-free.
+  // Out of line: the header uses no compiler extension for the atomic read.
+  KRLThreadId(const KRLThreadId& other);
+  const KRLThreadId& operator=(const KRLThreadId& other);
   ~KRLThreadId() {}
 
   // Names the calling thread again.

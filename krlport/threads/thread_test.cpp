@@ -2,9 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include <pthread.h>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
 #include <functional>
 #include <memory>
 #include <thread>
@@ -14,10 +21,35 @@
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/portable/portable.h"
 #include "krlport/portable/test_support.h"
+#include "krlport/threads/condition.h"
+#include "krlport/threads/rw_lock.h"
+#include "krlport/threads/spin_mutex.h"
 #include "krlport/threads/thread_local.h"
 #include "krlport/threads/thread_test_peers.h"
 
 namespace {
+
+// Printing an exception builds the logger, which opens its files below
+// KORLAN_ADM: a directory of this test's own, set before any test runs.
+const krl_test::TempDir g_own_dir;
+const int g_log_env = ::setenv("KORLAN_ADM", g_own_dir.path().c_str(), 1);
+
+// What f writes to descriptor 2, through a file in that directory (GoogleTest's
+// capture would use /tmp).
+std::string stderr_of(const std::function<void()>& f) {
+  const std::string path = g_own_dir.path() + "/stderr";
+  std::fflush(stderr);
+  const int saved = ::dup(2);
+  const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  ::dup2(file, 2);
+  ::close(file);
+  f();
+  std::fflush(stderr);
+  ::dup2(saved, 2);
+  ::close(saved);
+  std::ifstream in(path);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
 
 using krl_internal::ThreadLocalPeer;
 using krl_internal::ThreadPeer;
@@ -122,51 +154,197 @@ TEST(ThreadTest, BodyRunsOnItsThreadAndACorbaExceptionSkipsTheCleanUp) {
 
 TEST(ThreadTest, DefaultFactoryFailureThrowsNoResources) {
   Task t(nullptr, 1L << 62);  // no system gives a stack this size
-  testing::internal::CaptureStderr();
-  EXPECT_THROW(t.run(), CORBA_NO_RESOURCES);
-  EXPECT_EQ(testing::internal::GetCapturedStderr().rfind("CreateThread: ", 0), 0u);
+  EXPECT_EQ(stderr_of([&] { EXPECT_THROW(t.run(), CORBA_NO_RESOURCES); }).rfind("CreateThread: ", 0),
+            0u);
 }
 
-// Waits up to 10 s for the flag.
+// Waits up to 10 s for pred to hold.
+template <class Pred>
+bool eventually(Pred pred) {
+  for (int i = 0; i < 10000 && !pred(); ++i) KRLPortable::sleep(1);
+  return pred();
+}
 bool wait_for(const std::atomic<bool>& flag) {
-  for (int i = 0; i < 10000 && !flag; ++i) KRLPortable::sleep(1);
-  return flag;
+  return eventually([&] { return flag.load(); });
 }
 
-TEST(ThreadTest, TerminateEndsTheThreadWithoutCleanUp) {
-  struct Unwound {
-    std::atomic<bool>* flag;
-    ~Unwound() { *flag = true; }
-  };
-  Marker::finalized = 0;
-  std::atomic<bool> started[2] = {}, ended[2] = {};
-  std::vector<std::unique_ptr<Task>> tasks;
-  for (int i = 0; i < 2; ++i) {
-    tasks.push_back(std::make_unique<Task>([&, i] {
-      Unwound u{&ended[i]};
-      started[i] = true;
-      // A cancellation point outside any system call: the sanitizers do not
-      // follow a thread that unwinds out of a signal handler.
-      for (;;) {
-        pthread_testcancel();
-        KRLThread::yield();
-      }
-    }));
-    tasks.back()->run();
-    ASSERT_TRUE(wait_for(started[i]));
+// The kernel's state letter of a thread of this process ('R' running, 'S'
+// asleep), or 0 when the thread is gone.
+char task_state(unsigned long tid) {
+  const std::string path = "/proc/self/task/" + std::to_string(tid) + "/stat";
+  std::FILE* stat = std::fopen(path.c_str(), "re");
+  if (stat == nullptr) return 0;
+  char text[512];
+  const std::size_t n = std::fread(text, 1, sizeof text - 1, stat);  // 0 once the thread went
+  std::fclose(stat);
+  text[n] = 0;
+  const char* paren = std::strrchr(text, ')');
+  return paren == nullptr || paren[1] == 0 ? 0 : paren[2];
+}
+
+// What the threads of the termination tests block in, built once and never
+// destroyed: an ended thread may have left itself registered in them. The
+// test thread holds the locks. Everything that an ended thread touches after
+// it said "started" lives here or in objects that are never freed, since the
+// sanitizers never learn that the thread has ended.
+struct Blockers {
+  Blockers() {
+    held.lock();
+    written.write_lock();
+    read.read_lock();
+    spin.lock();
+    socketpair(AF_UNIX, SOCK_STREAM, 0, sockets);  // never closed, for the same reason
   }
+  KRLMutex held;
+  KRLMutex for_condition;
+  KRLCondition condition;
+  KRLRWLock written, read;
+  KRLSpinMutex spin;
+  int sockets[2];
+};
+Blockers& blockers() {
+  static Blockers* const b = new Blockers;
+  return *b;
+}
+
+constexpr unsigned long kForever = 1000000;  // seconds
+
+struct EndCase {
+  EndCase(const char* w, bool s, void (*b)(KRLThread*))
+      : what(w), sleeps(s), block(b), started(false), after(false) {}
+  const char* what;
+  bool sleeps;  // blocks in the kernel rather than computing
+  void (*block)(KRLThread* self);
+  std::atomic<bool> started, after;
+};
+
+std::atomic<bool> g_caught{false};
+EndCase g_end_cases[] = {
+    {"condition wait", true,
+     [](KRLThread*) {
+       KRLMutex_var guard(blockers().for_condition, 1);
+       blockers().condition.wait(blockers().for_condition);
+     }},
+    {"mutex held by another thread", true, [](KRLThread*) { blockers().held.lock(); }},
+    {"read lock behind a writer", true, [](KRLThread*) { blockers().written.read_lock(); }},
+    {"write lock behind a reader", true, [](KRLThread*) { blockers().read.write_lock(); }},
+    {"spin lock", false, [](KRLThread*) { blockers().spin.lock(); }},
+    {"sleep", true, [](KRLThread*) { KRLPortable::vsleep(kForever); }},
+    {"recv", true,
+     [](KRLThread*) {
+       char c;
+       static_cast<void>(recv(blockers().sockets[0], &c, 1, 0));
+     }},
+    {"computing", false,
+     [](KRLThread*) {
+       static std::atomic<unsigned long> spins{0};
+       for (;;) spins.fetch_add(1, std::memory_order_relaxed);
+     }},
+    {"catch (...) around a sleep", true,
+     [](KRLThread*) {
+       try {
+         KRLPortable::vsleep(kForever);
+       } catch (...) {
+         g_caught = true;
+       }
+     }},
+    {"destructor", true,
+     [](KRLThread*) {
+       struct Stuck {
+         ~Stuck() { KRLPortable::vsleep(kForever); }
+       };
+       Stuck stuck;
+     }},
+    {"its own terminate()", false, [](KRLThread* self) { self->terminate(); }},
+};
+constexpr int kEndCases = sizeof(g_end_cases) / sizeof(g_end_cases[0]);
+
+struct EndTask : KRLThread {
+  explicit EndTask(EndCase* c) : end_case(c) {}
+  void body() override {
+    new Marker;
+    EndCase* const c = end_case;
+    c->started = true;
+    c->block(this);
+    c->after = true;
+  }
+  EndCase* end_case;
+};
+
+TEST(ThreadTest, TerminateEndsTheThreadWhereverItIsAndRunsNoneOfItsCode) {
+  blockers();
+  Marker::finalized = 0;
+  // Never freed: see Blockers.
+  static std::vector<EndTask*> tasks;
+  std::vector<unsigned long> tids;
+  for (EndCase& c : g_end_cases) {
+    tasks.push_back(new EndTask(&c));
+    tasks.back()->run();
+    ASSERT_TRUE(wait_for(c.started)) << c.what;
+    tids.push_back(tasks.back()->id()._tid);
+  }
+  const auto gone = [&](int i) { return task_state(tids[i]) == 0; };
+  const int self_ended = kEndCases - 1;
+  EXPECT_TRUE(eventually([&] { return gone(self_ended); }));
+  for (int i = 0; i < kEndCases; ++i) {
+    if (g_end_cases[i].sleeps) {
+      EXPECT_TRUE(eventually([&] { return task_state(tids[i]) == 'S'; })) << g_end_cases[i].what;
+    }
+  }
+
   Task never_run(nullptr);
-  never_run.terminate();  // names this thread, which runs on
+  never_run.terminate();  // its id names this thread, which runs on
   tasks[0]->terminate();
-  EXPECT_TRUE(wait_for(ended[0]));
-  EXPECT_FALSE(ended[1]);
+  EXPECT_TRUE(eventually([&] { return gone(0); })) << g_end_cases[0].what;
+  for (int i = 1; i < self_ended; ++i) EXPECT_FALSE(gone(i)) << g_end_cases[i].what;
+
   KRLThread::terminateAll();
-  EXPECT_TRUE(wait_for(ended[1]));
+  for (int i = 0; i < kEndCases; ++i) {
+    EXPECT_TRUE(eventually([&] { return gone(i); })) << g_end_cases[i].what;
+    EXPECT_FALSE(g_end_cases[i].after) << g_end_cases[i].what;
+    EXPECT_EQ(KRLThread::instance(tasks[i]->id()), tasks[i]);
+  }
+  EXPECT_FALSE(g_caught);
   EXPECT_EQ(Marker::finalized, 0);
-  EXPECT_EQ(KRLThread::instance(tasks[0]->id()), tasks[0].get());
-  // The threads may still be unwinding through their objects: keep them.
-  static std::vector<std::unique_ptr<Task>> keep;
-  for (auto& t : tasks) keep.push_back(std::move(t));
+}
+
+// A body deletes its object and builds a new one, never run, in the same
+// storage, on the same thread: its id names that thread, which is running.
+TEST(ThreadTest, AnObjectBuiltWhereAnEndedOneStoodIsNotTakenForItsThread) {
+  static std::atomic<KRLThread*> reborn{nullptr};
+  static std::atomic<bool> go{false}, survived{false};
+  struct Reborn : KRLThread {
+    void body() override {
+      this->~Reborn();
+      reborn = new (this) Reborn;
+      while (!go) KRLPortable::sleep(1);
+      survived = true;
+    }
+  };
+  Reborn* first = new Reborn;
+  first->run();
+  ASSERT_TRUE(eventually([] { return reborn.load() != nullptr; }));
+  ASSERT_EQ(reborn.load(), first);
+  reborn.load()->terminate();
+  KRLThread::terminateAll();
+  go = true;
+  EXPECT_TRUE(wait_for(survived));
+  delete reborn.load();
+}
+
+TEST(ThreadTest, IdReadWhileTheThreadStartsIsRaceFree) {
+  std::atomic<bool> done{false};
+  Task t([&] { done = true; });
+  const KRLThreadId creator;
+  t.run();
+  KRLThreadId seen(t.id());
+  while (seen._tid == creator._tid) {
+    seen = t.id();
+    KRLThread::yield();
+  }
+  EXPECT_EQ(KRLThread::instance(t.id()), &t);
+  ASSERT_TRUE(wait_for(done));
+  EXPECT_EQ(seen._tid, t.body_tid);
 }
 
 TEST(ThreadTest, HundredsOfThreadsLeaveNoEntryBehind) {
