@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <new>
 
+#include "krlport/frame/at_unload.h"
+
 namespace krl_internal {
 
 namespace {
@@ -33,7 +35,7 @@ CountBlockPool* CountBlockPool::make() {
     pool->~CountBlockPool();
     throw std::bad_alloc();
   }
-  std::atexit(&CountBlockPool::terminate);
+  run_at_unload<&CountBlockPool::terminate>();
   g_built.store(pool, std::memory_order_release);
   return pool;
 }

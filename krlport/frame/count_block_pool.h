@@ -7,7 +7,7 @@
 // frees after), so the lock is never held across the heap, nor across the
 // spin word pool that a new block's _lock draws from.
 //
-// The pool is built at first use and registers a terminator with atexit that
+// The pool is built at first use and registers a terminator for unload that
 // destroys the pool's lock only. Parked blocks stay (reachable, not leaked).
 // After that, take and give go straight to the heap without a lock: unload is
 // single-threaded, and a resource that dies late still finds a sound pool.

@@ -7,6 +7,7 @@
 #include <iostream>
 #include <new>
 
+#include "krlport/frame/at_unload.h"
 #include "krlport/services/log_path.h"
 
 namespace krl_internal {
@@ -63,15 +64,7 @@ KRLLogger& KRLLogger::instance() {
   new (krl_internal::_logger_storage) KRLLogger();
   // Publishes the built object to callers on threads that come later.
   krl_internal::_logger_made.store(true, std::memory_order_release);
-  // The terminator is registered as the destructor of a function-local
-  // static, which the compiler ties to this library: it runs when the library
-  // is unloaded, in reverse order with the others. std::atexit may bind to a
-  // sanitizer runtime's atexit, which runs it at process exit, after the
-  // library's code is gone.
-  struct Terminator {
-    ~Terminator() { KRLLogger::terminate(); }
-  };
-  static Terminator terminator;
+  krl_internal::run_at_unload<&KRLLogger::terminate>();
   return *storage();
 }
 

@@ -42,11 +42,14 @@ KRLRSpinMutex& KRLRSpinMutex::operator=(const KRLRSpinMutex& m) {
   if (m._record != nullptr) KRLSpinRecordPool::share(m._record);
   KRLSpinRecord* const old = _record;
   _record = m._record;
-  KRLSpinRecordPool::instance().drop(old);
+  if (old != nullptr) KRLSpinRecordPool::instance().drop(old);
   return *this;
 }
 
-KRLRSpinMutex::~KRLRSpinMutex() { KRLSpinRecordPool::instance().drop(_record); }
+KRLRSpinMutex::~KRLRSpinMutex() {
+  // A lock without a record never reached the pool: do not build it here.
+  if (_record != nullptr) KRLSpinRecordPool::instance().drop(_record);
+}
 
 void KRLRSpinMutex::lock() {
   if (_record == nullptr) return;

@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <new>
 
+#include "krlport/frame/at_unload.h"
+
 KRLSpinWordPool& KRLSpinWordPool::instance() {
   // Constant-initialised: there is no run-time construction for two first
   // users to race on, and no destructor.
@@ -49,7 +51,7 @@ KRLSpinRecordPool* KRLSpinRecordPool::make() {
   // Static storage, not the heap: the pool is never freed.
   alignas(KRLSpinRecordPool) static unsigned char storage[sizeof(KRLSpinRecordPool)];
   KRLSpinRecordPool* pool = new (storage) KRLSpinRecordPool;
-  std::atexit(&KRLSpinRecordPool::terminate);
+  krl_internal::run_at_unload<&KRLSpinRecordPool::terminate>();
   return pool;
 }
 
