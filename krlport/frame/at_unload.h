@@ -9,9 +9,9 @@ namespace krl_internal {
 // terminators. Call it once, when the object Fn ends has been built.
 //
 // Why not std::atexit: a sanitizer runtime intercepts it and runs the
-// function at process exit, after dlclose has unmapped the library's code.
+// function at process exit, after the library has been unmapped.
 // The destructor of a function-local static is registered with the library's
-// own __dso_handle, so it runs at dlclose in every build.
+// own __dso_handle, so it runs at unload in every build.
 template <void (*Fn)()>
 void run_at_unload() {
   struct Terminator {

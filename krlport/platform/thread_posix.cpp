@@ -118,7 +118,8 @@ sigset_t termination_set() {
 
 // Runs in signal context: async-signal-safe calls only, and nothing that
 // ThreadSanitizer's runtime would have to see.
-__attribute__((no_sanitize("thread"))) void on_termination(int sig, siginfo_t* info, void* context) {
+__attribute__((no_sanitize("thread"))) void on_termination(int sig, siginfo_t* info,
+                                                           void* context) {
   if (info != nullptr && info->si_code == SI_QUEUE && info->si_pid == getpid()) {
     const TerminationToken token =
         static_cast<TerminationToken>(reinterpret_cast<std::uintptr_t>(info->si_value.sival_ptr));
@@ -152,10 +153,13 @@ bool install_handler() {
   act.sa_flags = SA_SIGINFO | SA_RESTART;
   sigfillset(&act.sa_mask);
   if (sigaction(sig, &act, &old) != 0) return false;
-  if ((old.sa_flags & SA_SIGINFO) != 0) {
-    g_previous_action.store(old.sa_sigaction == &on_termination ? nullptr : old.sa_sigaction);
+  // A racing first terminate may have put ours in place already: then the
+  // previous handler that it kept stays.
+  const bool siginfo = (old.sa_flags & SA_SIGINFO) != 0;
+  if (siginfo && old.sa_sigaction != &on_termination) {
+    g_previous_action.store(old.sa_sigaction);
     g_previous_handler.store(nullptr);
-  } else {
+  } else if (!siginfo) {
     const bool plain = old.sa_handler != SIG_DFL && old.sa_handler != SIG_IGN;
     g_previous_handler.store(plain ? old.sa_handler : nullptr);
     g_previous_action.store(nullptr);

@@ -196,10 +196,9 @@ KRLDebugLogger& KRLDebugLogger::begin_record(int tag, unsigned long mask, const 
   char when[32] = "";  // ctime_r writes 26 bytes; a year past 9999 is cut
   if (::ctime_r(&now, when) == nullptr) when[0] = '\0';
   when[24] = '\0';
-  _write_failed = std::fprintf(_stream, "=> %s,%02x,%08x,%s,%d,%d\n", when,
-                               static_cast<unsigned>(tag), bits,
-                               source != nullptr ? source : "<null>", line,
-                               static_cast<int>(now)) < 0;
+  _write_failed =
+      std::fprintf(_stream, "=> %s,%02x,%08x,%s,%d,%d\n", when, static_cast<unsigned>(tag), bits,
+                   source != nullptr ? source : "<null>", line, static_cast<int>(now)) < 0;
   _in_record = true;
   return *this;
 }
