@@ -11,6 +11,7 @@ foreach(h ${_krl_headers})
   install(FILES ${PROJECT_SOURCE_DIR}/${h} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${dir})
 endforeach()
 install(FILES ${PROJECT_SOURCE_DIR}/krlport/krlport.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/krlport)
+install(FILES ${KRLPORT_GENERATED_INCLUDEDIR}/krlport/version.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/krlport)
 
 set(_krl_cmakedir ${CMAKE_INSTALL_LIBDIR}/cmake/krlport)
 install(EXPORT krlportTargets NAMESPACE krlport:: DESTINATION ${_krl_cmakedir})

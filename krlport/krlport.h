@@ -2,8 +2,11 @@
 #ifndef KRLPORT_KRLPORT_H_
 #define KRLPORT_KRLPORT_H_
 
+#include "krlport/version.h"
+
 #include "krlport/frame/corba.h"
 #include "krlport/frame/dictionary.h"
+#include "krlport/frame/library_version.h"
 #include "krlport/frame/port_lib_manager.h"
 #include "krlport/frame/resource.h"
 #include "krlport/frame/rw_dictionary.h"
