@@ -1,12 +1,13 @@
-// CORBA_Exception, the root of every exception of the library, with its
-// per-class Description and the owning holder CORBA_Exception_var.
-//
-// A Description holds the static facts of one exception class: name,
-// repository id, factory, the base class's Description and a type code. The
-// descriptions form a tree through their base pointers; casts between
-// exception classes walk that tree instead of using the language's RTTI. Every
-// Description also joins the process-wide registry by repository id while it
-// lives, which is how an id read from a stream turns back into an object.
+/// @file
+/// CORBA_Exception, the root of every exception of the library, with its
+/// per-class Description and the owning holder CORBA_Exception_var.
+///
+/// A Description holds the static facts of one exception class: name,
+/// repository id, factory, the base class's Description and a type code. The
+/// descriptions form a tree through their base pointers; casts between
+/// exception classes walk that tree instead of using the language's RTTI. Every
+/// Description also joins the process-wide registry by repository id while it
+/// lives, which is how an id read from a stream turns back into an object.
 #ifndef KRLPORT_EXCEPTIONS_EXCEPTION_H_
 #define KRLPORT_EXCEPTIONS_EXCEPTION_H_
 
@@ -15,7 +16,7 @@
 #include "krlport/frame/corba.h"
 #include "krlport/frame/export.h"
 
-// A type of the layer above; this library only stores and hands back pointers.
+/// A type of the layer above; this library only stores and hands back pointers.
 class CORBA_TypeCode;
 class KRListream;
 class KRLostream;
@@ -24,24 +25,24 @@ class KRL_EXPORT CORBA_Exception {
  public:
   class KRL_EXPORT Description {
    public:
-    // Both strings are referred to, not copied: they must outlive the object.
-    // factory is null for an abstract class, base null for the root. Joins the
-    // registry unless a Description with the same repository id is there
-    // already; then this one stays outside it, silently. The first Description
-    // of the process reads DEBUG_STATIC and, if it is set, each one traces its
-    // construction to std::cout.
+    /// Both strings are referred to, not copied: they must outlive the object.
+    /// factory is null for an abstract class, base null for the root. Joins the
+    /// registry unless a Description with the same repository id is there
+    /// already; then this one stays outside it, silently. The first Description
+    /// of the process reads DEBUG_STATIC and, if it is set, each one traces its
+    /// construction to std::cout.
     Description(const char* name, const char* repository_id, CORBA_Exception* (*factory)(),
                 const Description* base, const CORBA_TypeCode* typeCode);
-    // Copy and assignment copy the five fields. A copy stays outside the
-    // registry; beware: its destructor still removes the entry registered
-    // under its repository id, which is the original's. A registered
-    // Description that is assigned takes its entry along to the new id (or
-    // drops it if that id is taken), so no entry outlives it.
+    /// Copy and assignment copy the five fields. A copy stays outside the
+    /// registry; beware: its destructor still removes the entry registered
+    /// under its repository id, which is the original's. A registered
+    /// Description that is assigned takes its entry along to the new id (or
+    /// drops it if that id is taken), so no entry outlives it.
     Description(const Description& d);
     Description& operator=(const Description& d);
-    // Removes the registry entry with this repository id, whichever
-    // Description it belongs to. Not thread-safe: descriptions come and go
-    // while a module loads or unloads.
+    /// Removes the registry entry with this repository id, whichever
+    /// Description it belongs to. Not thread-safe: descriptions come and go
+    /// while a module loads or unloads.
     virtual ~Description();
 
     const char* name() const { return _name; }
@@ -50,13 +51,13 @@ class KRL_EXPORT CORBA_Exception {
     const CORBA_TypeCode* typeCode() const { return _typeCode; }
     void set_typeCode(const CORBA_TypeCode* tc) { _typeCode = tc; }
 
-    // 1 if target is this very object or one of its bases, by address; names
-    // and ids are not compared.
+    /// 1 if target is this very object or one of its bases, by address; names
+    /// and ids are not compared.
     unsigned char can_cast(const Description& target) const;
 
-    // The registered Description of repository_id, or null if there is none
-    // or no registry yet. A null id is looked up like any other key. Does not
-    // lock; must not race with a module's load or unload.
+    /// The registered Description of repository_id, or null if there is none
+    /// or no registry yet. A null id is looked up like any other key. Does not
+    /// lock; must not race with a module's load or unload.
     static const Description* desc(const char* repository_id);
 
    private:
@@ -74,22 +75,22 @@ class KRL_EXPORT CORBA_Exception {
   virtual ~CORBA_Exception();
 
   virtual const Description& _desc() const;
-  // The body of the exception on a stream, without its repository id: the
-  // fields in a fixed order, which _copy reads back in the same order. Here
-  // the body is empty and both do nothing.
+  /// The body of the exception on a stream, without its repository id: the
+  /// fields in a fixed order, which _copy reads back in the same order. Here
+  /// the body is empty and both do nothing.
   virtual void _write(KRLostream& s) const;
   virtual void _copy(KRListream& s);
-  // The readable form, one endl-terminated line or more: here
-  // "Exception: " and _name().
+  /// The readable form, one endl-terminated line or more: here
+  /// "Exception: " and _name().
   virtual void _pretty_print(KRLostream& s) const;
-  // Throws a copy of the object with the static type of its concrete class.
+  /// Throws a copy of the object with the static type of its concrete class.
   virtual void _raise() const = 0;
-  // A new heap copy; the caller owns it.
+  /// A new heap copy; the caller owns it.
   virtual CORBA_Exception* _deep_copy() = 0;
   virtual const char* _name() const;
   virtual const char* _repository_id() const;
 
-  // The same as the virtual _deep_copy(), for a const object.
+  /// The same as the virtual _deep_copy(), for a const object.
   CORBA_Exception* _deep_copy() const;
 
   static CORBA_Exception* _downcast(CORBA_Exception* e) { return e; }
@@ -100,18 +101,18 @@ class KRL_EXPORT CORBA_Exception {
   CORBA_Exception() {}
 };
 
-// Owns one exception object, or none.
+/// Owns one exception object, or none.
 class KRL_EXPORT CORBA_Exception_var {
  public:
   CORBA_Exception_var(CORBA_Exception* e = nullptr) : _ptr(e) {}  // adopts e
-  // Holds a _deep_copy of v's exception, or null.
+  /// Holds a _deep_copy of v's exception, or null.
   CORBA_Exception_var(const CORBA_Exception_var& v);
   ~CORBA_Exception_var();
 
-  // Deletes the held exception and adopts e; the pointer already held is kept.
+  /// Deletes the held exception and adopts e; the pointer already held is kept.
   void operator=(CORBA_Exception* e);
-  // Deletes the held exception and holds a _deep_copy of v's, or null.
-  // Assigning a holder to itself keeps its object.
+  /// Deletes the held exception and holds a _deep_copy of v's, or null.
+  /// Assigning a holder to itself keeps its object.
   void operator=(const CORBA_Exception_var& v);
 
   operator CORBA_Exception*() const { return _ptr; }
@@ -121,21 +122,21 @@ class KRL_EXPORT CORBA_Exception_var {
   CORBA_Exception* _ptr;
 };
 
-// Exceptions on streams.
-//
-// Writes e's repository id, then its body (_write), with no frame around them.
+/// Exceptions on streams.
+///
+/// Writes e's repository id, then its body (_write), with no frame around them.
 KRL_EXPORT KRLostream& operator<<(KRLostream& s, const CORBA_Exception& e);
-// Reads a repository id and sets e to a new object of the registered class,
-// which then reads its own body (_copy); the caller owns e, also when _copy
-// throws. An id that is not registered, or names a class without a factory,
-// gives a CORBA_UNKNOWN (minor 0x4F4D0000, COMPLETED_NO) and leaves the body
-// unread. Throws CORBA_BAD_INV_ORDER (4, COMPLETED_MAYBE) when there is no
-// registry, and what reading the id throws (CORBA_MARSHAL for a zero length
-// when null strings are not allowed), with e null.
+/// Reads a repository id and sets e to a new object of the registered class,
+/// which then reads its own body (_copy); the caller owns e, also when _copy
+/// throws. An id that is not registered, or names a class without a factory,
+/// gives a CORBA_UNKNOWN (minor 0x4F4D0000, COMPLETED_NO) and leaves the body
+/// unread. Throws CORBA_BAD_INV_ORDER (4, COMPLETED_MAYBE) when there is no
+/// registry, and what reading the id throws (CORBA_MARSHAL for a zero length
+/// when null strings are not allowed), with e null.
 KRL_EXPORT KRListream& operator>>(KRListream& s, CORBA_Exception*& e);
-// On a stream of KRLLogger (out, err or log, by address) the readable form of
-// _pretty_print; on any other stream the body alone, without the id, which
-// operator>> can't read back. Builds the logger at its first use.
+/// On a stream of KRLLogger (out, err or log, by address) the readable form of
+/// _pretty_print; on any other stream the body alone, without the id, which
+/// operator>> can't read back. Builds the logger at its first use.
 KRL_EXPORT std::ostream& operator<<(std::ostream& s, const CORBA_Exception& e);
 
 #endif  // KRLPORT_EXCEPTIONS_EXCEPTION_H_

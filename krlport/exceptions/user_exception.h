@@ -1,7 +1,8 @@
-// CORBA_UserException, the abstract base of the exceptions that interfaces
-// declare, and KRLRemarshal, a user exception that carries nothing: its class
-// is the whole message. Nothing in this library raises or catches
-// KRLRemarshal; it is there for the layer above.
+/// @file
+/// CORBA_UserException, the abstract base of the exceptions that interfaces
+/// declare, and KRLRemarshal, a user exception that carries nothing: its class
+/// is the whole message. Nothing in this library raises or catches
+/// KRLRemarshal; it is there for the layer above.
 #ifndef KRLPORT_EXCEPTIONS_USER_EXCEPTION_H_
 #define KRLPORT_EXCEPTIONS_USER_EXCEPTION_H_
 
@@ -16,7 +17,7 @@ class KRL_EXPORT CORBA_UserException : public CORBA_Exception {
 
   const Description& _desc() const override;
 
-  // e if it is a user exception, else null; null gives null.
+  /// e if it is a user exception, else null; null gives null.
   static CORBA_UserException* _downcast(CORBA_Exception* e);
 
   static const Description _description;
@@ -34,10 +35,10 @@ class KRL_EXPORT KRLRemarshal : public CORBA_UserException {
 
   const Description& _desc() const override;
   void _raise() const override;
-  CORBA_Exception* _deep_copy() override;  // the caller owns the copy
+  CORBA_Exception* _deep_copy() override;  ///< the caller owns the copy
   using CORBA_Exception::_deep_copy;
 
-  // A new object; the caller owns it.
+  /// A new object; the caller owns it.
   static CORBA_Exception* _factory();
   static KRLRemarshal* _downcast(CORBA_Exception* e);
   static const KRLRemarshal* _downcast(const CORBA_Exception* e);

@@ -1,5 +1,6 @@
-// KRLStringWrapper: a dictionary key that refers to a narrow string and owns
-// nothing; the text must outlive the key.
+/// @file
+/// KRLStringWrapper: a dictionary key that refers to a narrow string and owns
+/// nothing; the text must outlive the key.
 #ifndef KRLPORT_FRAME_STRING_WRAPPER_H_
 #define KRLPORT_FRAME_STRING_WRAPPER_H_
 
@@ -17,9 +18,9 @@ struct KRL_EXPORT KRLStringWrapper {
   const char* _str;
 };
 
-// 0 for equal texts (two nulls are equal), -1 / 1 otherwise; null sorts first.
+/// 0 for equal texts (two nulls are equal), -1 / 1 otherwise; null sorts first.
 KRL_EXPORT long compare(const KRLStringWrapper& a, const KRLStringWrapper& b);
-// CORBA::hash of the text.
+/// CORBA::hash of the text.
 KRL_EXPORT unsigned long _krl_hash(const KRLStringWrapper& s);
 
 #endif  // KRLPORT_FRAME_STRING_WRAPPER_H_

@@ -1,27 +1,28 @@
-// getopt and its four variables: the classic single-letter option scanner,
-// exported under these plain C names. A process that links this library gets
-// this scanner in place of the C library's.
-//
-// The scan stops at the first element that is not an option, at "--" (or any
-// element beginning with two dashes, which is consumed) and at a lone "-"
-// (which is not, unless '-' is listed); argv is never reordered. A colon
-// behind a letter in optstring means that it takes an argument, the rest of
-// the element or else the next element. Errors return '?' (63): an option not
-// listed, or one whose argument is missing at the end of argv. A leading ':'
-// or '+' in optstring has no special meaning. When opterr is non-zero, errors
-// are printed on standard output (not standard error) as
-// "<program>: illegal option -- <c>" and
-// "<program>: option requires an argument -- <c>", where the program is
-// argv[0] behind its last '/'.
-//
-// The state is process-wide and unlocked: one thread at a time scans. A new
-// scan starts by setting optind (to 1) after the -1 return.
+/// @file
+/// getopt and its four variables: the classic single-letter option scanner,
+/// exported under these plain C names. A process that links this library gets
+/// this scanner in place of the C library's.
+///
+/// The scan stops at the first element that is not an option, at "--" (or any
+/// element beginning with two dashes, which is consumed) and at a lone "-"
+/// (which is not, unless '-' is listed); argv is never reordered. A colon
+/// behind a letter in optstring means that it takes an argument, the rest of
+/// the element or else the next element. Errors return '?' (63): an option not
+/// listed, or one whose argument is missing at the end of argv. A leading ':'
+/// or '+' in optstring has no special meaning. When opterr is non-zero, errors
+/// are printed on standard output (not standard error) as
+/// "<program>: illegal option -- <c>" and
+/// "<program>: option requires an argument -- <c>", where the program is
+/// argv[0] behind its last '/'.
+///
+/// The state is process-wide and unlocked: one thread at a time scans. A new
+/// scan starts by setting optind (to 1) after the -1 return.
 #ifndef KRLPORT_SERVICES_GETOPT_H_
 #define KRLPORT_SERVICES_GETOPT_H_
 
 #include "krlport/frame/export.h"
 
-// noexcept as the C library declares it, so that both declarations may meet.
+/// noexcept as the C library declares it, so that both declarations may meet.
 extern "C" {
 KRL_EXPORT int getopt(int argc, char* const* argv, const char* optstring) noexcept;
 
