@@ -14,8 +14,11 @@
 #include "krlport/threads/mutex.h"
 #include "krlport/threads/thread_local.h"
 
+/// Holds at most one exception for a caller that reports errors without
+/// throwing. Not locked: an environment belongs to one thread at a time.
 class KRL_EXPORT CORBA_Environment {
  public:
+  /// An empty environment.
   CORBA_Environment() {}
   /// Holds a _deep_copy of e's exception, or nothing.
   CORBA_Environment(const CORBA_Environment& e) : _exception(e._exception) {}
@@ -29,12 +32,16 @@ class KRL_EXPORT CORBA_Environment {
   /// Deletes the held exception and adopts e (may be null). Handing back the
   /// exception already held keeps it.
   void exception(CORBA_Exception* e) { _exception = e; }
+  /// Deletes the held exception; the environment is empty after.
   void clear() { _exception = nullptr; }
 
+  /// The nil environment: null.
   static CORBA_Environment* _nil() { return nullptr; }
   /// A new, independent environment with a copy of e's exception; the caller
   /// owns it. Null for null, and when no memory can be had.
   static CORBA_Environment* _duplicate(CORBA_Environment* e);
+  /// The calling thread's environment, the same object as
+  /// CORBA::current_environment() gives.
   static CORBA_Environment& current_environment();
 
  private:
@@ -44,8 +51,9 @@ class KRL_EXPORT CORBA_Environment {
 /// Owning holder of a heap environment; null allowed.
 class KRL_EXPORT CORBA_Environment_var {
  public:
+  /// An empty holder.
   CORBA_Environment_var() : _ptr(nullptr) {}
-  CORBA_Environment_var(CORBA_Environment* e) : _ptr(e) {}  // adopts e
+  CORBA_Environment_var(CORBA_Environment* e) : _ptr(e) {}  ///< adopts e, which may be null
   /// Holds CORBA_Environment::_duplicate of v's environment; null for null.
   CORBA_Environment_var(const CORBA_Environment_var& v);
   ~CORBA_Environment_var();
@@ -53,9 +61,14 @@ class KRL_EXPORT CORBA_Environment_var {
   /// Releases the held environment and adopts e; the one already held is kept.
   CORBA_Environment_var& operator=(CORBA_Environment* e);
 
+  /// The held environment, still owned by the holder; null when empty.
   operator CORBA_Environment*() const { return _ptr; }
+  /// The held environment; the holder must not be empty.
   CORBA_Environment* operator->() const { return _ptr; }
+  /// The held environment, for an in parameter; ownership stays here.
   CORBA_Environment* in() const { return _ptr; }
+  /// The holder's own pointer, for an inout parameter: the callee may release
+  /// it and store another that the holder then owns.
   CORBA_Environment*& inout() { return _ptr; }
   /// Releases the held environment; the caller fills the pointer.
   CORBA_Environment*& out();
@@ -76,6 +89,7 @@ class KRL_EXPORT CORBA_Environment_out {
   CORBA_Environment_out(CORBA_Environment*& p) : _ptr(p) { _ptr = nullptr; }
   /// Releases what v held and sets it to null.
   CORBA_Environment_out(CORBA_Environment_var& v) : _ptr(v.out()) {}
+  /// Binds to the same pointer as o; nothing is released.
   CORBA_Environment_out(const CORBA_Environment_out& o) : _ptr(o._ptr) {}
 
   /// Stores e; what the pointer held is not released.
@@ -83,8 +97,11 @@ class KRL_EXPORT CORBA_Environment_out {
     _ptr = e;
     return *this;
   }
+  /// The bound pointer itself.
   operator CORBA_Environment*&() { return _ptr; }
+  /// The bound pointer itself.
   CORBA_Environment*& ptr() { return _ptr; }
+  /// The environment stored so far.
   CORBA_Environment* operator->() { return _ptr; }
 
  private:
@@ -100,8 +117,11 @@ class KRL_EXPORT CurrentEnvironment : public KRLThreadLocal {
  public:
   /// Registers for the calling thread; the environment starts empty.
   CurrentEnvironment();
+  /// Deletes the environment's exception; runs when the thread finalises its
+  /// thread-local objects.
   ~CurrentEnvironment() override;
 
+  /// This thread's environment; owned by this object.
   CORBA_Environment& environment() { return _env; }
 
   /// The calling thread's object, made at its first call.

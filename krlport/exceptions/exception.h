@@ -21,8 +21,14 @@ class CORBA_TypeCode;
 class KRListream;
 class KRLostream;
 
+/// The root of every exception the library throws or carries. Objects are
+/// not locked; a thrown or stored exception belongs to one thread at a time.
+/// Classes identify themselves through their Description, not through RTTI.
 class KRL_EXPORT CORBA_Exception {
  public:
+  /// The static facts of one exception class; one static object per class
+  /// (`_description`). Not locked: descriptions are made and destroyed while a
+  /// module loads or unloads, never concurrently with lookups.
   class KRL_EXPORT Description {
    public:
     /// Both strings are referred to, not copied: they must outlive the object.
@@ -39,16 +45,24 @@ class KRL_EXPORT CORBA_Exception {
     /// Description that is assigned takes its entry along to the new id (or
     /// drops it if that id is taken), so no entry outlives it.
     Description(const Description& d);
+    /// See the copy constructor.
     Description& operator=(const Description& d);
     /// Removes the registry entry with this repository id, whichever
     /// Description it belongs to. Not thread-safe: descriptions come and go
     /// while a module loads or unloads.
     virtual ~Description();
 
+    /// The class's scoped name, e.g. "CORBA::BAD_PARAM".
     const char* name() const { return _name; }
+    /// The repository id, e.g. "IDL:omg.org/CORBA/BAD_PARAM:1.0".
     const char* repository_id() const { return _repository_id; }
+    /// The factory that makes a default object of the class; null for an
+    /// abstract class.
     CORBA_Exception* (*factory() const)() { return _factory; }
+    /// The type code the layer above set, or null; never dereferenced here.
     const CORBA_TypeCode* typeCode() const { return _typeCode; }
+    /// Stores tc, which the caller keeps alive. Not locked: set type codes
+    /// before threads share the description.
     void set_typeCode(const CORBA_TypeCode* tc) { _typeCode = tc; }
 
     /// 1 if target is this very object or one of its bases, by address; names
@@ -70,15 +84,24 @@ class KRL_EXPORT CORBA_Exception {
     const CORBA_TypeCode* _typeCode;
   };
 
+  /// The base has no state to copy.
   CORBA_Exception(const CORBA_Exception&) {}
+  /// The base has no state to assign.
   CORBA_Exception& operator=(const CORBA_Exception&) { return *this; }
+  /// Virtual: exceptions are deleted through base pointers (CORBA::release,
+  /// CORBA_Exception_var, CORBA_Environment).
   virtual ~CORBA_Exception();
 
+  /// The Description of the object's concrete class; every class overrides
+  /// it with its own `_description`.
   virtual const Description& _desc() const;
   /// The body of the exception on a stream, without its repository id: the
   /// fields in a fixed order, which _copy reads back in the same order. Here
   /// the body is empty and both do nothing.
   virtual void _write(KRLostream& s) const;
+  /// Reads the body that _write wrote, field by field, into this object.
+  /// Throws what reading the stream throws (CORBA_MARSHAL on malformed
+  /// input); the object may then be partly read.
   virtual void _copy(KRListream& s);
   /// The readable form, one endl-terminated line or more: here
   /// "Exception: " and _name().
@@ -87,26 +110,32 @@ class KRL_EXPORT CORBA_Exception {
   virtual void _raise() const = 0;
   /// A new heap copy; the caller owns it.
   virtual CORBA_Exception* _deep_copy() = 0;
+  /// _desc().name().
   virtual const char* _name() const;
+  /// _desc().repository_id().
   virtual const char* _repository_id() const;
 
   /// The same as the virtual _deep_copy(), for a const object.
   CORBA_Exception* _deep_copy() const;
 
+  /// Every exception is a CORBA_Exception: returns e.
   static CORBA_Exception* _downcast(CORBA_Exception* e) { return e; }
 
+  /// The root's Description: "CORBA::Exception", no factory, no base.
   static const Description _description;
 
  protected:
+  /// Only derived classes make objects.
   CORBA_Exception() {}
 };
 
 /// Owns one exception object, or none.
 class KRL_EXPORT CORBA_Exception_var {
  public:
-  CORBA_Exception_var(CORBA_Exception* e = nullptr) : _ptr(e) {}  // adopts e
+  CORBA_Exception_var(CORBA_Exception* e = nullptr) : _ptr(e) {}  ///< adopts e
   /// Holds a _deep_copy of v's exception, or null.
   CORBA_Exception_var(const CORBA_Exception_var& v);
+  /// Deletes the held exception, if any.
   ~CORBA_Exception_var();
 
   /// Deletes the held exception and adopts e; the pointer already held is kept.
@@ -115,7 +144,9 @@ class KRL_EXPORT CORBA_Exception_var {
   /// Assigning a holder to itself keeps its object.
   void operator=(const CORBA_Exception_var& v);
 
+  /// The held exception, still owned by the holder; null when empty.
   operator CORBA_Exception*() const { return _ptr; }
+  /// The held exception; the holder must not be empty.
   CORBA_Exception* operator->() const { return _ptr; }
 
  private:

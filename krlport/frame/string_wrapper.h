@@ -12,7 +12,7 @@ struct KRL_EXPORT KRLStringWrapper {
   KRLStringWrapper& operator=(const KRLStringWrapper&) = default;
 
   operator const char*() const { return _str; }
-  char operator*() { return *_str; }  // _str must not be null
+  char operator*() { return *_str; }  ///< _str must not be null
   const char* operator=(const char* s) { return _str = s; }
 
   const char* _str;

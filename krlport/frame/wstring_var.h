@@ -15,7 +15,7 @@ class CORBA_WString_out;
 class KRL_EXPORT CORBA_WString_var {
  public:
   CORBA_WString_var() : _ptr(nullptr) {}
-  CORBA_WString_var(unsigned short* p) : _ptr(p) {}  // adopts p
+  CORBA_WString_var(unsigned short* p) : _ptr(p) {}  ///< adopts p
   CORBA_WString_var(const unsigned short* p);        ///< copies p
   CORBA_WString_var(const CORBA_WString_var& v);
   ~CORBA_WString_var();

@@ -108,7 +108,7 @@ class KRL_EXPORT KRLOffsetTable : public virtual KRLResource {
   void nest_level(int level) { _nest_level = level; }
   int recu_level() const { return _recu_level; }
   void recu_inc() { ++_recu_level; }
-  void recu_dec() { --_recu_level; }  // no lower bound
+  void recu_dec() { --_recu_level; }  ///< no lower bound
 
   /// Adds a reference to a non-null table and returns its argument.
   static KRLOffsetTable* _duplicate(KRLOffsetTable* table);

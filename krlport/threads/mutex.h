@@ -149,7 +149,7 @@ class KRL_EXPORT KRLDMutex_var {
   unsigned char release_flag() const { return _release; }
   void release_flag(unsigned char flag) { _release = flag; }
 
-  KRLMutex* operator->() { return _mtx; }  // null when empty
+  KRLMutex* operator->() { return _mtx; }  ///< null when empty
   operator KRLMutex*() { return _mtx; }
 
  private:
