@@ -10,6 +10,8 @@
 class CORBA_Environment;
 class CORBA_Exception;
 
+/// The CORBA module of the language mapping: static members only, never
+/// instantiated. Every member is safe to call from any thread.
 class KRL_EXPORT CORBA {
  public:
   /// A fixed underlying type: a status read from a stream may hold any value
@@ -35,7 +37,10 @@ class KRL_EXPORT CORBA {
   static void string_free(char* s);
   /// Wide strings are arrays of 16-bit units; lengths count units.
   static unsigned short* wstring_alloc(unsigned long len);
+  /// A new copy the caller frees with wstring_free; null gives null. Throws
+  /// std::bad_alloc when no memory can be had.
   static unsigned short* wstring_dup(const unsigned short* s);
+  /// Frees a string from wstring_alloc or wstring_dup; null is ignored.
   static void wstring_free(unsigned short* s);
 
   /// 31-bit shift-xor hash of the text; null and "" give 0.

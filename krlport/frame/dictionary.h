@@ -69,10 +69,13 @@
 /// key's mixed hash.
 template <class K, class V>
 struct KRLDictionaryNode {
+  /// Copies key and value in; mixed is the key's mixed hash.
   KRLDictionaryNode(const K& key, const V& value, std::uint32_t mixed)
       : _key(key), _value(value), _mixed(mixed) {}
 
+  /// The key, owned by the node.
   K _key;
+  /// The value, owned by the node.
   V _value;
   /// _krl_hash(_key) * 0x9e3779b9 modulo 2^32, fixed while the node holds the
   /// entry. Probes reject other keys by it without calling compare, and moves
@@ -431,8 +434,11 @@ struct DictionaryCore {
 template <class K, class V>
 class KRLDictionary {
  public:
+  /// The key type; needs `compare(a, b)` (0 when equal) and `_krl_hash(k)`.
   typedef K key_type;
+  /// The value type; copied in and out.
   typedef V mapped_type;
+  /// One entry.
   typedef KRLDictionaryNode<K, V> node_type;
   /// Called with the key and value of an entry that remove, take or clear
   /// drops (not extract). The library never installs one.
@@ -518,9 +524,15 @@ class KRLDictionary {
 
   /// Internal operations the above rest on.
   unsigned long _find_slot(const K& key) const { return Core::find_slot(*this, key); }
+  /// The capacity, a power of two, that a size request gives.
   static unsigned long _size_for(unsigned long size) { return Core::size_for(size); }
+  /// A node for the entry, from the free list or the heap; std::bad_alloc
+  /// if none can be had. Does not insert it.
   node_type* _new_node(K key, V value) { return Core::new_node(*this, key, value, Core::mix(key)); }
+  /// Destroys the node's key and value and parks or frees its storage.
   void _free_node(node_type* node) { Core::free_node(*this, node); }
+  /// Drops the entry in slot (calling _cleanup if run_cleanup) and closes the
+  /// gap in its probe run.
   void _remove_slot(unsigned long slot, bool run_cleanup) {
     Core::remove_slot(*this, slot, run_cleanup);
   }
@@ -528,6 +540,7 @@ class KRLDictionary {
   unsigned long _capacity;  ///< slots, a power of two
   unsigned long _count;     ///< occupied slots
   node_type** _table;       ///< _inline_table or a heap block of _capacity slots and words
+  /// The first 32 slots, inside the object.
   node_type* _inline_table[krl_internal::kDictionaryInlineSlots];
   unsigned short _free_count;                                  ///< nodes on the free list, 0 to 32
   node_type* _free_nodes[krl_internal::kDictionaryFreeNodes];  ///< a stack
@@ -546,6 +559,8 @@ class KRLDictionary {
 template <class K, class V>
 class KRLDictionaryIterator {
  public:
+  /// Starts before the first slot of dict, which it does not own and which
+  /// must outlive it. Not locked: no thread may change dict meanwhile.
   explicit KRLDictionaryIterator(KRLDictionary<K, V>* dict) : _dict(dict), _index(-1) {}
 
   /// The node of the next occupied slot above _index, or null when none is
@@ -567,7 +582,9 @@ class KRLDictionaryIterator {
     return _dict->_table[_index];
   }
 
+  /// The dictionary walked; not owned.
   KRLDictionary<K, V>* _dict;
+  /// The slot of current(); -1 before the first next().
   long _index;
 };
 

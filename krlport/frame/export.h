@@ -7,6 +7,7 @@
 #ifndef KRLPORT_FRAME_EXPORT_H_
 #define KRLPORT_FRAME_EXPORT_H_
 
+/// Gives a declaration default visibility, so the host sees it.
 #define KRL_EXPORT __attribute__((visibility("default")))
 
 #endif  // KRLPORT_FRAME_EXPORT_H_

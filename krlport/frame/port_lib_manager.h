@@ -7,6 +7,7 @@
 
 #include "krlport/frame/export.h"
 
+/// The library as a whole: static members only, never instantiated.
 class KRL_EXPORT KRLPortLibManager {
  public:
   /// Sets inited to 1. Takes no lock; may be called any number of times. The

@@ -48,6 +48,10 @@ KRLCountBlock* count_block_of(const KRLResource& r);
 
 }  // namespace krl_internal
 
+/// Base of objects that several owners share and that delete themselves when
+/// the last owner lets go. Derive from it and make objects on the heap. See
+/// the file description for thread-safety: with sharing on, counting is safe
+/// from any thread once the resource has a block.
 class KRL_EXPORT KRLResource {
  public:
   /// Sole: no block, count 1.

@@ -30,9 +30,13 @@ struct RWDictionaryPeer;
 template <class K, class V>
 class KRLRWDictionary {
  public:
+  /// The key type; needs `compare(a, b)` (0 when equal) and `_krl_hash(k)`.
   typedef K key_type;
+  /// The value type; copied in and out.
   typedef V mapped_type;
+  /// One entry.
   typedef KRLDictionaryNode<K, V> node_type;
+  /// Never called by this class; kept for the shared layout.
   typedef void (*cleanup_type)(K, V);
 
   KRLRWDictionary() {

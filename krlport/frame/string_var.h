@@ -16,29 +16,40 @@
 
 class CORBA_String_out;
 
+/// Owning holder of a narrow heap string made by CORBA::string_alloc or
+/// CORBA::string_dup. Not locked: a holder belongs to one thread at a time.
+/// Copies throw std::bad_alloc when no memory can be had.
 class KRL_EXPORT CORBA_String_var {
  public:
   CORBA_String_var();               ///< the shared empty string; allocates nothing
   CORBA_String_var(char* p);        ///< adopts p, which may be null
   CORBA_String_var(const char* p);  ///< copies p; null gives nil
+  /// Copies v's text; a nil v gives nil.
   CORBA_String_var(const CORBA_String_var& v);
+  /// Frees the string; the shared empty string is never freed.
   ~CORBA_String_var();
 
   CORBA_String_var& operator=(char* p);  ///< adopts p
   /// Copies p, reusing the own buffer when the text fits; null gives nil.
   CORBA_String_var& operator=(const char* p);
+  /// Copies v's text as operator=(const char*) does; self-assignment keeps it.
   CORBA_String_var& operator=(const CORBA_String_var& v);
 
+  /// The held string, still owned by the holder; null when nil.
   operator char*() { return _ptr; }
+  /// The held string, still owned by the holder; null when nil.
   operator const char*() const { return _ptr; }
+  /// The held string, for an in parameter; ownership stays here.
   const char* in() const { return _ptr; }
 
   /// No index check.
   char& operator[](unsigned long i) { return _ptr[i]; }
+  /// No index check.
   char operator[](unsigned long i) const { return _ptr[i]; }
   /// An int index would otherwise be ambiguous with the built-in subscript of
   /// the conversion to char*.
   char& operator[](int i) { return _ptr[i]; }
+  /// No index check.
   char operator[](int i) const { return _ptr[i]; }
 
   /// Frees the string and leaves the holder nil, for the callee to fill.
@@ -67,19 +78,25 @@ class KRL_EXPORT CORBA_String_var {
   static unsigned char _allowing_null_string;
 };
 
+/// Out parameter holder for a narrow string: binds to the caller's pointer
+/// and empties it at once. Not locked.
 class KRL_EXPORT CORBA_String_out {
  public:
   /// Binds to p and sets it to null without freeing what it held.
   CORBA_String_out(char*& p);
   /// Binds to v's pointer and makes v nil, freeing its string.
   CORBA_String_out(CORBA_String_var& v);
+  /// Binds to the same pointer as o; nothing is freed.
   CORBA_String_out(const CORBA_String_out& o) : _ptr(o._ptr) {}
+  /// Frees nothing: the caller owns what was stored.
   ~CORBA_String_out() {}
 
   /// Frees the bound string, then stores p.
   void operator=(char* p);
 
+  /// The bound pointer itself.
   operator char*&() { return _ptr; }
+  /// The bound pointer itself.
   char*& ptr() { return _ptr; }
 
  private:

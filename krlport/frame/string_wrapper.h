@@ -6,15 +6,23 @@
 
 #include "krlport/frame/export.h"
 
+/// A dictionary key that refers to a narrow string and owns nothing; the text
+/// must outlive the key. Not locked.
 struct KRL_EXPORT KRLStringWrapper {
+  /// Refers to s (may be null); copies nothing.
   KRLStringWrapper(const char* s = nullptr) : _str(s) {}
+  /// Refers to the same text.
   KRLStringWrapper(const KRLStringWrapper&) = default;
+  /// Refers to the same text.
   KRLStringWrapper& operator=(const KRLStringWrapper&) = default;
 
+  /// The text referred to, or null.
   operator const char*() const { return _str; }
   char operator*() { return *_str; }  ///< _str must not be null
+  /// Refers to s from now on; returns s.
   const char* operator=(const char* s) { return _str = s; }
 
+  /// The text referred to, or null; not owned.
   const char* _str;
 };
 
