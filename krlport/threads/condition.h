@@ -80,18 +80,26 @@ class KRL_EXPORT KRLCondition {
   unsigned char timedwait(KRLMutex& m, unsigned long seconds);  ///< 1: timed out
   unsigned char timedwait(KRLMutex& m, unsigned long long ms);  ///< 1: timed out
 
+  /// As wait(m): Linux has no thread message queue to serve meanwhile.
   void wait_all(KRLMutex& m);
+  /// As wait(m, seconds).
   void wait_all(KRLMutex& m, unsigned long seconds);
+  /// As wait(m, ms).
   void wait_all(KRLMutex& m, unsigned long long ms);
+  /// As timedwait(m, seconds).
   unsigned char timedwait_all(KRLMutex& m, unsigned long seconds);
+  /// As timedwait(m, ms).
   unsigned char timedwait_all(KRLMutex& m, unsigned long long ms);
 
   /// Wake the waiter at index 0 (see "Wake order"), or all waiters. The
   /// caller need hold no mutex. The forms with a guard then unlock it as
   /// g.unlock() does: the mutex is released and the guard disarmed.
   void signal();
+  /// signal(), then g.unlock().
   void signal(KRLMutex_var& g);
+  /// Wakes every waiter registered at the call.
   void broadcast();
+  /// broadcast(), then g.unlock().
   void broadcast(KRLMutex_var& g);
 
  private:

@@ -40,10 +40,14 @@ void set_mutex_shutdown_flag(unsigned char flag);
 class KRL_EXPORT KRLIMutex {
  public:
   KRLIMutex() {}
+  /// The base has no state to copy.
   KRLIMutex(const KRLIMutex&) {}
+  /// The base has no state to assign.
   KRLIMutex& operator=(const KRLIMutex&) { return *this; }
 
+  /// Takes the lock, blocking as the concrete lock does.
   virtual void v_lock() = 0;
+  /// Gives the lock up, as the concrete lock's unlock does.
   virtual void v_unlock() = 0;
 };
 
@@ -61,7 +65,9 @@ class KRL_EXPORT KRLMutex : public KRLIMutex {
   void lock();    ///< blocks until the calling thread owns the mutex
   void unlock();  ///< gives up one level; the caller owns the mutex
 
+  /// lock(), through the virtual table.
   void v_lock() override;
+  /// unlock(), through the virtual table.
   void v_unlock() override;
 
   /// Called by the host before unload. Sets the shutdown flag on systems
@@ -116,10 +122,14 @@ class KRL_EXPORT KRLMutex_var {
   void lock();    ///< locks, then arms
   void unlock();  ///< unlocks, armed or not, then disarms
 
+  /// Non-zero while armed.
   unsigned char release_flag() const { return _release; }
+  /// Arms (non-zero) or disarms the destructor; touches no lock.
   void release_flag(unsigned char flag) { _release = flag; }
 
+  /// The guarded mutex.
   KRLMutex* operator->() { return &_mtx; }
+  /// The guarded mutex.
   operator KRLMutex*() { return &_mtx; }
 
  private:
@@ -146,10 +156,13 @@ class KRL_EXPORT KRLDMutex_var {
   /// stored. Empty: does nothing.
   void unlock();
 
+  /// Non-zero while armed.
   unsigned char release_flag() const { return _release; }
+  /// Arms (non-zero) or disarms the destructor; touches no lock.
   void release_flag(unsigned char flag) { _release = flag; }
 
   KRLMutex* operator->() { return _mtx; }  ///< null when empty
+  /// The guarded mutex; null when empty.
   operator KRLMutex*() { return _mtx; }
 
  private:

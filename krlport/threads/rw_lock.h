@@ -102,6 +102,8 @@ class KRL_EXPORT KRLRWLock {
 /// destructor unlock. Used by one thread at a time.
 class KRL_EXPORT KRLRLock_var {
  public:
+  /// Takes the read lock of lock, which must outlive the guard; release_flag
+  /// arms the destructor. Throws what read_lock throws, holding nothing.
   KRLRLock_var(KRLRWLock& lock, unsigned char release_flag) : _lock(lock), _release(release_flag) {
     _lock.read_lock();
   }
@@ -109,11 +111,14 @@ class KRL_EXPORT KRLRLock_var {
     if (_release != 0) _lock.unlock();
   }
 
-  void unlock() {  // unlocks, armed or not, then disarms
+  /// Unlocks, armed or not, then disarms.
+  void unlock() {
     _lock.unlock();
     _release = 0;
   }
+  /// Non-zero while armed.
   unsigned char release_flag() const { return _release; }
+  /// Arms (non-zero) or disarms the destructor; touches no lock.
   void release_flag(unsigned char flag) { _release = flag; }
 
  private:
@@ -127,6 +132,8 @@ class KRL_EXPORT KRLRLock_var {
 /// Takes the write lock whatever the flag says; otherwise as KRLRLock_var.
 class KRL_EXPORT KRLWLock_var {
  public:
+  /// Takes the write lock of lock, which must outlive the guard; release_flag
+  /// arms the destructor. Throws what write_lock throws, holding nothing.
   KRLWLock_var(KRLRWLock& lock, unsigned char release_flag) : _lock(lock), _release(release_flag) {
     _lock.write_lock();
   }
@@ -134,11 +141,14 @@ class KRL_EXPORT KRLWLock_var {
     if (_release != 0) _lock.unlock();
   }
 
-  void unlock() {  // unlocks, armed or not, then disarms
+  /// Unlocks, armed or not, then disarms.
+  void unlock() {
     _lock.unlock();
     _release = 0;
   }
+  /// Non-zero while armed.
   unsigned char release_flag() const { return _release; }
+  /// Arms (non-zero) or disarms the destructor; touches no lock.
   void release_flag(unsigned char flag) { _release = flag; }
 
  private:

@@ -42,7 +42,9 @@ class KRL_EXPORT KRLSpinMutex : public KRLIMutex {
   void lock();    ///< spins until held; the holder must not lock again
   void unlock();  ///< frees the lock, whoever calls
 
+  /// lock(), through the virtual table.
   void v_lock() override;
+  /// unlock(), through the virtual table.
   void v_unlock() override;
 
   virtual ~KRLSpinMutex();  ///< the last user of the word must leave it free
@@ -68,7 +70,9 @@ class KRL_EXPORT KRLRSpinMutex : public KRLIMutex {
   void lock();    ///< spins until the calling thread owns it; adds one level
   void unlock();  ///< gives up one level; frees the lock at depth 0
 
+  /// lock(), through the virtual table.
   void v_lock() override;
+  /// unlock(), through the virtual table.
   void v_unlock() override;
 
   virtual ~KRLRSpinMutex();  ///< the last user of the record must leave it free

@@ -17,8 +17,14 @@ namespace krl_internal {
 struct ThreadPeer;
 }
 
+/// The abstract thread: derive a class, supply body() and call run(). The
+/// threads are detached; the library never deletes a KRLThread object: the
+/// host does, or body() deletes its own object before it returns. Every
+/// member is safe from any thread.
 class KRL_EXPORT KRLThread {
  public:
+  /// Makes a thread that runs start(arg) once with the given stack size (0:
+  /// the system's), or throws.
   typedef void (*Factory)(unsigned long stack_size, void* (*start)(void*), void* arg);
 
   /// Enters the registry; starts nothing. 0 takes the system's stack size.
@@ -58,6 +64,7 @@ class KRL_EXPORT KRLThread {
   /// Replaces the factory (never null) from the next run() on. A factory
   /// runs start(arg) once on a new thread, and throws when it cannot.
   static void factory(Factory f);
+  /// The factory the next run() uses.
   static Factory factory();
   /// The default factory: a detached system thread. Throws
   /// CORBA_NO_RESOURCES (the system's error number, COMPLETED_NO) after
@@ -65,6 +72,9 @@ class KRL_EXPORT KRLThread {
   static void _create_thread(unsigned long stack_size, void* (*start)(void*), void* arg);
 
  protected:
+  /// What the new thread runs. A CORBA_Exception that leaves it is written to
+  /// std::cout and ends the thread without finalising its thread-local
+  /// objects; any other exception ends the process.
   virtual void body() = 0;
 
  private:

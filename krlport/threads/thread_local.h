@@ -25,9 +25,13 @@ namespace krl_internal {
 struct ThreadLocalPeer;
 }
 
+/// Base of objects that exist once per thread and key; see the file
+/// description. Every static member is safe from any thread.
 class KRL_EXPORT KRLThreadLocal {
  public:
+  /// One thread's objects by key.
   typedef KRLDictionary<KRLUniqueId, KRLThreadLocal*> ThreadDict;
+  /// Every thread's dictionary by thread id.
   typedef KRLDictionary<KRLThreadId, ThreadDict*> KeyDict;
 
   /// A new key: 1, 2, 3 ... in the order of the calls.
@@ -38,6 +42,7 @@ class KRL_EXPORT KRLThreadLocal {
   /// Finalises every object of the calling thread; arg is not looked at.
   static void _exit_thread(void* arg);
 
+  /// The key the object was registered under.
   unsigned long key_id() const { return _key; }
 
  protected:
