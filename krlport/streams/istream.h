@@ -29,6 +29,11 @@ class CORBA_WString_var;
 class KRLOffsetTable;
 class KRLWChar;
 
+/// The typed input stream and the interface of every input stream; it reads
+/// what KRLostream writes. Not locked: one thread at a time. A malformed
+/// input sets the std::istream's failbit and leaves the value as the
+/// extractor does; string reads throw CORBA_MARSHAL where noted, and
+/// allocation throws std::bad_alloc.
 class KRL_EXPORT KRListream {
  public:
   /// Reads from s, which must outlive this stream. No tables, offset 0.
@@ -47,16 +52,19 @@ class KRL_EXPORT KRListream {
   /// CORBA_BAD_INV_ORDER (minor 4, COMPLETED_MAYBE) when this stream already
   /// holds a table; nothing changes then.
   virtual void copy_in_tables(const KRListream& source);
+  /// The nominal offset: the sum of the fixed widths of what was read since
+  /// construction or reset().
   virtual long cur_in_offset() const;
 
   /// A wide string as KRLostream writes it: a count, then that many units. A
-  /// null s receives a new block (::operator delete frees it) that holds the
+  /// null s receives a new block (the global operator delete frees it) that holds the
   /// units and always one 0 unit behind them; a non-null s must have room for
   /// the count the text declares.
   virtual KRListream& operator>>(unsigned short*& s);
   /// Reads the code unit c refers to as an unsigned short.
   virtual KRListream& operator>>(KRLWChar& c);
 
+  ///@{
   /// Scalars: the extractor of the std::istream (which skips white space),
   /// then one character dropped, the separator. 64-bit integers are read as a
   /// double and truncated toward zero; a value outside their range saturates.
@@ -73,6 +81,7 @@ class KRL_EXPORT KRListream {
   virtual KRListream& operator>>(short& v);
   virtual KRListream& operator>>(unsigned char& v);
   virtual KRListream& operator>>(char& v);
+  ///@}
 
   /// A string as KRLostream writes it. Frees the old s with
   /// CORBA::string_free and stores a new one the caller frees the same way:
@@ -83,6 +92,7 @@ class KRL_EXPORT KRListream {
   /// virtual getCString, whose buffer would need the declared size up front.
   virtual KRListream& operator>>(char*& s);
 
+  ///@{
   /// Arrays: n values by the extractor, then one character dropped (also for
   /// n == 0). Read straight from the std::istream, not through the virtual
   /// scalar operators.
@@ -96,11 +106,14 @@ class KRL_EXPORT KRListream {
   virtual KRListream& get(int* p, unsigned int n);
   virtual KRListream& get(unsigned short* p, unsigned int n);
   virtual KRListream& get(short* p, unsigned int n);
+  ///@}
   /// n raw bytes; offset n.
   virtual KRListream& get(unsigned char* p, unsigned int n);
+  /// n raw bytes; offset n.
   virtual KRListream& get(char* p, unsigned int n);
   /// One character, white space included; offset 1.
   virtual KRListream& get(unsigned char& c);
+  /// One character, white space included; offset 1.
   virtual KRListream& get(char& c);
   /// One character, or the end-of-file value; offset 4.
   virtual int get();
@@ -116,6 +129,7 @@ class KRL_EXPORT KRListream {
   virtual int is_available(unsigned long n);
   virtual int _type_number();  ///< 0
 
+  /// Every input stream is a KRListream: returns s.
   static KRListream* _downcast(KRListream* s) { return s; }
   /// 1 when there is no std::istream behind this stream.
   unsigned char istrm_is_null() const { return _strm == nullptr ? 1 : 0; }
@@ -133,9 +147,9 @@ class KRL_EXPORT KRListream {
   void eatSpace();
 
   KRLOffsetTable** _tables;  ///< owned array; each entry holds one reference
-  int _table_count;
+  int _table_count;     ///< tables in _tables
   int _table_capacity;  ///< 0, 1, 2, 4, 8 ...
-  long _offset;
+  long _offset;         ///< what cur_in_offset() returns
   std::istream* _strm;  ///< not owned; null for a derived stream
 
  private:

@@ -28,19 +28,27 @@
 
 /// Key: an offset of a stream.
 struct KRL_EXPORT KRLOffsetWrapper {
+  /// The key of offset o.
   KRLOffsetWrapper(long o = 0) : offset(o) {}
+  /// Copies the offset.
   KRLOffsetWrapper(const KRLOffsetWrapper&) = default;
+  /// Copies the offset.
   KRLOffsetWrapper& operator=(const KRLOffsetWrapper&) = default;
 
+  /// The offset.
   long offset;
 };
 
 /// Key: an object, by its address only; it is never followed.
 struct KRL_EXPORT KRLObjWrap {
+  /// The key of the object at o; o is not owned.
   KRLObjWrap(void* o = nullptr) : object(o) {}
+  /// Copies the address.
   KRLObjWrap(const KRLObjWrap&) = default;
+  /// Copies the address.
   KRLObjWrap& operator=(const KRLObjWrap&) = default;
 
+  /// The object's address; not owned.
   void* object;
 };
 
@@ -50,25 +58,33 @@ struct KRL_EXPORT KRLObjWrap {
 inline unsigned long _krl_hash(const KRLOffsetWrapper& k) {
   return static_cast<unsigned long>(k.offset);
 }
+/// 0 for equal offsets.
 inline long compare(const KRLOffsetWrapper& a, const KRLOffsetWrapper& b) {
   return static_cast<long>(static_cast<unsigned long>(a.offset) -
                            static_cast<unsigned long>(b.offset));
 }
+/// The address as a number.
 inline unsigned long _krl_hash(const KRLObjWrap& k) {
   return static_cast<unsigned long>(reinterpret_cast<std::uintptr_t>(k.object));
 }
+/// 0 for equal addresses.
 inline long compare(const KRLObjWrap& a, const KRLObjWrap& b) {
   return static_cast<long>(reinterpret_cast<std::uintptr_t>(a.object) -
                            reinterpret_cast<std::uintptr_t>(b.object));
 }
 
+/// A two-way map between stream offsets and objects, for the indirections a
+/// stream's user records; a counted resource that streams share. Not locked:
+/// one thread at a time uses a table and the streams that hold it.
 class KRL_EXPORT KRLOffsetTable : public virtual KRLResource {
  public:
+  ///@{
   /// Kinds of entries: a plain tag by which streams find a table.
   static const int TypeCodeIndirections = 0;
   static const int ValueIndirections = 1;
   static const int StringIndirections = 2;
   static const int RepIdsIndirections = 3;
+  ///@}
 
   /// An empty table of the given kind; cleanup (may be null) is applied to
   /// each object by cleanup(), clear() and the destructor. The count stands at
@@ -80,6 +96,7 @@ class KRL_EXPORT KRLOffsetTable : public virtual KRLResource {
   KRLOffsetTable(const KRLOffsetTable&) = delete;
   KRLOffsetTable& operator=(const KRLOffsetTable&) = delete;
 
+  /// The kind given at construction.
   virtual int content_type();
 
   /// Enters the pair. A present offset or object throws CORBA_BAD_PARAM (minor
@@ -105,8 +122,11 @@ class KRL_EXPORT KRLOffsetTable : public virtual KRLResource {
 
   /// Levels kept for the user; the table only zeroes them in clear().
   int nest_level() const { return _nest_level; }
+  /// Sets the nesting level.
   void nest_level(int level) { _nest_level = level; }
+  /// The recursion level.
   int recu_level() const { return _recu_level; }
+  /// Raises the recursion level by one.
   void recu_inc() { ++_recu_level; }
   void recu_dec() { --_recu_level; }  ///< no lower bound
 

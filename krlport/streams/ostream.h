@@ -26,6 +26,10 @@
 class KRLOffsetTable;
 class KRLWChar;
 
+/// The typed output stream and the interface of every output stream. Not
+/// locked: one thread at a time. Operations throw what the std::ostream
+/// throws (nothing, unless its exceptions are enabled) and std::bad_alloc when
+/// a table array cannot grow.
 class KRL_EXPORT KRLostream {
  public:
   /// Writes to s, which must outlive this stream; s is neither flushed nor
@@ -47,6 +51,8 @@ class KRL_EXPORT KRLostream {
   /// CORBA_BAD_INV_ORDER (minor 4, COMPLETED_MAYBE) when this stream already
   /// holds a table; nothing changes then.
   virtual void copy_out_tables(const KRLostream& source);
+  /// The nominal offset: the sum of the fixed widths of what was written
+  /// since construction or reset().
   virtual long cur_out_offset() const;
 
   /// A wide string: its unit count, terminator included, then each unit as an
@@ -56,6 +62,7 @@ class KRL_EXPORT KRLostream {
   /// The code unit c refers to, written as an unsigned short.
   virtual KRLostream& operator<<(KRLWChar c);
 
+  ///@{
   /// Scalars: the inserter's text for the value, then " ". 64-bit integers go
   /// through double, so they keep six significant digits in the default
   /// format. The text follows the caller's format state of the std::ostream,
@@ -71,6 +78,7 @@ class KRL_EXPORT KRLostream {
   virtual KRLostream& operator<<(int v);
   virtual KRLostream& operator<<(unsigned short v);
   virtual KRLostream& operator<<(short v);
+  ///@}
   virtual KRLostream& operator<<(unsigned char v);  ///< as a decimal number
   virtual KRLostream& operator<<(char v);           ///< the character itself
 
@@ -79,6 +87,7 @@ class KRL_EXPORT KRLostream {
   /// quoted form of putCString. Null writes "0 ", the empty string "1 ".
   virtual KRLostream& operator<<(const char* s);
 
+  ///@{
   /// Arrays: n elements, each as its scalar operator writes it; nothing at all
   /// for n == 0. They write to the std::ostream directly and never call the
   /// virtual scalar operators. The arrays carry no count.
@@ -92,21 +101,24 @@ class KRL_EXPORT KRLostream {
   virtual KRLostream& put(const int* p, unsigned int n);
   virtual KRLostream& put(const unsigned short* p, unsigned int n);
   virtual KRLostream& put(const short* p, unsigned int n);
+  ///@}
   /// n raw bytes, no separator; offset n.
   virtual KRLostream& put(const unsigned char* p, unsigned int n);
+  /// n raw bytes, no separator; offset n.
   virtual KRLostream& put(const char* p, unsigned int n);
   /// One raw byte, no separator; offset 1.
   virtual KRLostream& put(char c);
   /// The virtual put(const unsigned short*, n).
   virtual KRLostream& put_wcbuf(const unsigned short* p, unsigned int n);
   /// The quoted form of s, which must not be null: a double quote, each byte
-  /// plain or escaped (\b \t \n \f \r \" \\, \[ and \] for the braces, \xhh
+  /// plain or escaped (`\b \t \n \f \r \" \\`, `\[` and `\]` for the braces, `\xhh`
   /// for the rest that isprint rejects), a double quote and a line feed.
   virtual KRLostream& putCString(const char* s);
   virtual int _type_number();  ///< 0
 
   /// Calls the manipulator with this stream and returns what it returns.
   KRLostream& operator<<(KRLostream& (*manip)(KRLostream&)) { return manip(*this); }
+  /// Every output stream is a KRLostream: returns s.
   static KRLostream* _downcast(KRLostream* s) { return s; }
 
  protected:
@@ -119,9 +131,9 @@ class KRL_EXPORT KRLostream {
   void operator=(const KRLostream& other);
 
   KRLOffsetTable** _tables;  ///< owned array; each entry holds one reference
-  int _table_count;
+  int _table_count;     ///< tables in _tables
   int _table_capacity;  ///< 0, 1, 2, 4, 8 ...
-  long _offset;
+  long _offset;         ///< what cur_out_offset() returns
   std::ostream* _strm;  ///< not owned; null for a derived stream
 
  private:
