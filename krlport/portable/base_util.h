@@ -8,6 +8,8 @@
 #include "krlport/frame/export.h"
 #include "krlport/portable/host_records.h"
 
+/// Host properties below KRLPortable; static members only. Each member is
+/// safe from any thread unless its comment says otherwise.
 class KRL_EXPORT BaseUtil {
  public:
   /// Looks in the environment first, then in the property file; an empty
@@ -26,6 +28,7 @@ class KRL_EXPORT BaseUtil {
   /// calls racing may both work it out; either result is valid.
   static const char* user_name();
 
+  /// The calling process's id.
   static unsigned long getpid();
 
   /// Virtual size and resident size of this process in KiB; both 0 when they
@@ -36,6 +39,7 @@ class KRL_EXPORT BaseUtil {
   /// work->error set to the resolver's h_errno). Safe from any thread as long
   /// as each thread has its own work record.
   static hostent* vgethostbyname_r(const char* name, vhostname* work);
+  /// By address: addr holds len bytes of an address of family type.
   static hostent* vgethostbyaddr_r(const char* addr, int len, int type, vhostname* work);
 
  private:

@@ -18,7 +18,9 @@ class KRL_EXPORT KRLPipe {
   KRLPipe();
   ~KRLPipe();  ///< closes the reader, then the writer
 
+  /// The reading side's socket; owned by the pipe.
   int reader() const { return _reader; }
+  /// The writing side's socket; owned by the pipe.
   int writer() const { return _writer; }
 
   /// Each is one send or recv with flags 0. The result is the byte count, or

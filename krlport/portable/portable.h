@@ -18,12 +18,16 @@
 #include "krlport/portable/host_records.h"
 #include "krlport/threads/mutex.h"
 
+/// The portable interface over the operating system; static members only.
+/// See the file description for time units and thread-safety.
 class KRL_EXPORT KRLPortable {
  public:
-  // --- Clock and time arithmetic ---
+  /// @name Clock and time arithmetic
+  ///@{
 
   /// Both read the wall clock, cut to milliseconds.
   static void gettimeofday(timeval& tv);
+  /// As gettimeofday(*tv).
   static void vgettimeofday(timeval* tv);
   /// end - start (earlier first), with tv_usec brought into 0..1000000. A
   /// difference of exactly 1000000 microseconds is left as it is.
@@ -44,8 +48,12 @@ class KRL_EXPORT KRLPortable {
   /// the processor.
   static void vsleep(unsigned long seconds);
 
-  // --- Process, error, file and text helpers ---
+  ///@}
 
+  /// @name Process, error, file and text helpers
+  ///@{
+
+  /// The calling process's id.
   static unsigned long process_id();
   /// Ends the process at once. Reports nothing, whether or not the process
   /// existed or could be ended. Ids of 0 and below are ignored.
@@ -80,13 +88,16 @@ class KRL_EXPORT KRLPortable {
   /// (after a message on cout).
   static unsigned short* _convert_to_wide(const char* text);
 
-  // --- Addresses and host names (IPv4 only: family 2, AF_INET) ---
-  //
-  // Texts the caller owns are freed with CORBA::string_free. Two things are
-  // cached for the life of the process: this host's name and its dotted
-  // address. Name look-ups run under _mutex, so a slow resolver delays every
-  // other conversion; a resolver that keeps answering "try again" is asked at
-  // most 5 times per call.
+  ///@}
+
+  /// @name Addresses and host names (IPv4 only: family 2, AF_INET)
+  ///
+  /// Texts the caller owns are freed with CORBA::string_free. Two things are
+  /// cached for the life of the process: this host's name and its dotted
+  /// address. Name look-ups run under _mutex, so a slow resolver delays every
+  /// other conversion; a resolver that keeps answering "try again" is asked at
+  /// most 5 times per call.
+  ///@{
 
   /// This host's name, read once (empty if that failed). Never null.
   static const char* host_name();
@@ -110,10 +121,13 @@ class KRL_EXPORT KRLPortable {
   /// The sa* operations act on family 2 only: setters leave another family
   /// untouched, saGetPort gives -1 for it.
   static void saSetPort(sockaddr* sa, int port);
+  /// The port of sa in host order; -1 for another family.
   static int saGetPort(sockaddr* sa);
   /// Port of the socket's own name; -1 when it has none.
   static int saGetPort(int fd);
+  /// Sets the wild address (INADDR_ANY).
   static void saSetWild(sockaddr* sa);
+  /// Sets 127.0.0.1.
   static void saSetLoopback(sockaddr* sa);
   /// This host's own address (unchanged if that can't be found).
   static void saSetLocal(sockaddr* sa);
@@ -141,12 +155,15 @@ class KRL_EXPORT KRLPortable {
   /// BaseUtil::vgethostbyname_r with their own vhostname instead.
   static hostent* gethostbyname(const char* name);
 
-  // --- TCP connections ---
-  //
-  // Sockets are plain descriptors and belong to the caller from the moment
-  // they are returned. Socket errors are thrown as CORBA_NO_RESOURCES for
-  // EMFILE, else CORBA_COMM_FAILURE, minor the errno value, COMPLETED_NO.
-  // No lock is held apart from _mutex inside the name look-ups.
+  ///@}
+
+  /// @name TCP connections
+  ///
+  /// Sockets are plain descriptors and belong to the caller from the moment
+  /// they are returned. Socket errors are thrown as CORBA_NO_RESOURCES for
+  /// EMFILE, else CORBA_COMM_FAILURE, minor the errno value, COMPLETED_NO.
+  /// No lock is held apart from _mutex inside the name look-ups.
+  ///@{
 
   /// Connects to host:port (null, empty or this host: 127.0.0.1 first). timeout
   /// in milliseconds, 0 for none, is given whole to each attempt; a refusal is
@@ -166,8 +183,8 @@ class KRL_EXPORT KRLPortable {
   /// CORBA_TIMEOUT (fd closed, -1) when timeout ran out.
   static void tcpConnect(int& fd, int& error, sockaddr* address, int address_length,
                          unsigned long long timeout);
-  /// A blocking listening socket (backlog 1024) on the first port of port ..
-  /// port + port_range that binds; port 0 lets the system choose. Null or
+  /// A blocking listening socket (backlog 1024) on the first port, from port
+  /// to port + port_range, that binds; port 0 lets the system choose. Null or
   /// empty host: the wild address. The error of the last port tried is thrown.
   static int createTcpListenerSocket(const char* host, unsigned short port,
                                      unsigned long port_range);
@@ -175,6 +192,7 @@ class KRL_EXPORT KRLPortable {
   static int socketAccept(int listener);
   /// Throws code by the socket-error rule; the text is not used.
   [[noreturn]] static void socketError(int code, const char* text);
+  ///@}
 
  private:
   KRLPortable();
