@@ -17,6 +17,8 @@
 #include "krlport/frame/rw_dictionary.h"
 #include "krlport/frame/string_var.h"
 
+/// The prefixed arguments of a command line by name; see the file
+/// description. Reads are safe from any thread.
 class KRL_EXPORT KRLArgList {
  public:
   /// Takes the arguments with the prefix out of argc and argv (see argInit).

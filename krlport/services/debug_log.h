@@ -17,6 +17,8 @@
 
 #include "krlport/frame/export.h"
 
+/// The host's way into the debug log; static members only. See the file
+/// description for the record format and the masks.
 class KRL_EXPORT KRLDebugLog {
  public:
   /// Sends the log to file, placed like KRLLogger's files ($KORLAN_ADM/log/,
@@ -29,9 +31,12 @@ class KRL_EXPORT KRLDebugLog {
   /// Call it before other threads look up properties (BaseUtil::GetProperty).
   static int log_to(const char* file, char* path, unsigned int size);
 
+  ///@{
   /// Switch mask on or off. Wait for a running record. Safe from any thread.
+  /// Return 1, or 0 for an invalid mask.
   static int enable(unsigned long mask);
   static int disable(unsigned long mask);
+  ///@}
 
   /// Writes one record, whole, with text (may be null) as its body, when mask
   /// passes the filter. Returns 1 when it was written and flushed, and also

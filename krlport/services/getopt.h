@@ -22,14 +22,16 @@
 
 #include "krlport/frame/export.h"
 
-/// noexcept as the C library declares it, so that both declarations may meet.
+// noexcept as the C library declares it, so that both declarations may meet.
 extern "C" {
+/// The next option letter of argv; '?' on an error; -1 when the options end,
+/// with optind at the first element not scanned. Not thread-safe.
 KRL_EXPORT int getopt(int argc, char* const* argv, const char* optstring) noexcept;
 
-KRL_EXPORT extern char* optarg;  // argument of the option just returned, or null
-KRL_EXPORT extern int optind;    // next element of argv to look at; 1 at the start
-KRL_EXPORT extern int opterr;    // non-zero: print messages; 1 at the start
-KRL_EXPORT extern int optopt;    // the option character last looked at
+KRL_EXPORT extern char* optarg;  ///< argument of the option just returned, or null
+KRL_EXPORT extern int optind;    ///< next element of argv to look at; 1 at the start
+KRL_EXPORT extern int opterr;    ///< non-zero: print messages; 1 at the start
+KRL_EXPORT extern int optopt;    ///< the option character last looked at
 }
 
 #endif  // KRLPORT_SERVICES_GETOPT_H_

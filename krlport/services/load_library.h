@@ -24,6 +24,9 @@ namespace krl_internal {
 struct LoadLibraryPeer;
 }  // namespace krl_internal
 
+/// The process-wide loader of shared libraries by name; see the file
+/// description. Load, Unload and UnloadAll are safe from any thread: each
+/// holds the loader's lock.
 class KRL_EXPORT KRLLoadLibrary {
  public:
   /// A load that failed. Neither field travels on a stream or is printed: on a
@@ -33,7 +36,9 @@ class KRL_EXPORT KRLLoadLibrary {
     LoadError();  ///< nil text, code 0
     /// Copies the text (nil stays nil).
     LoadError(const CORBA_String_var& text, const unsigned long& code);
+    /// Copies the text and the code; std::bad_alloc if the text cannot be copied.
     LoadError(const LoadError& e);
+    /// Copies the text and the code.
     LoadError& operator=(const LoadError& e);
     ~LoadError() override;
 
@@ -47,6 +52,8 @@ class KRL_EXPORT KRLLoadLibrary {
     /// e if its class is LoadError or derives from it, else null; null gives null.
     static LoadError* _downcast(CORBA_Exception* e);
 
+    /// "KRLLoadLibrary::LoadError", "IDL:ostrevan/KRLLoadLibrary::LoadError:1.0",
+    /// factory _factory, base CORBA_UserException's Description.
     static const Description _description;
 
     CORBA_String_var _text;  ///< the loader's reason, or nil

@@ -30,6 +30,8 @@ namespace krl_internal {
 bool is_log_stream(const std::ostream& stream);
 }  // namespace krl_internal
 
+/// The process-wide holder of the out, err and log streams; see the file
+/// description for files, ownership and its lack of locks.
 class KRL_EXPORT KRLLogger {
  public:
   /// Opens the three default files into the instance's slots (not into this
@@ -45,13 +47,16 @@ class KRL_EXPORT KRLLogger {
   /// still finds it, with empty slots.
   static KRLLogger& instance();
 
+  ///@{
   /// The instance's streams, whatever object these are called on. An empty
   /// slot (its file could not be opened, or the logger has ended) gives
   /// std::cout, std::cerr and std::clog in its place.
   std::ostream& out();
   std::ostream& err();
   std::ostream& log();
+  ///@}
 
+  ///@{
   /// Puts stream into the slot. The stream the slot held before is deleted
   /// if the logger owned it and no other slot holds it; a slot that shares it
   /// takes over its ownership. Giving the stream already in the slot only
@@ -60,6 +65,7 @@ class KRL_EXPORT KRLLogger {
   static void replace_out(std::ostream& stream, int owned);
   static void replace_err(std::ostream& stream, int owned);
   static void replace_log(std::ostream& stream, int owned);
+  ///@}
 
   /// Opens exactly file (no search, no directory made) and puts it, owned,
   /// into the first selected slot in the order out, log, err. The stream it
