@@ -522,7 +522,8 @@ class KRLDictionary {
   /// counts as 16; see _size_for). Insertion calls it with _capacity * 2.
   void resize(unsigned long size) { Core::resize(*this, size); }
 
-  /// Internal operations the above rest on.
+  // Internal operations the above rest on.
+  /// The key's slot, or the empty slot that ends its probe.
   unsigned long _find_slot(const K& key) const { return Core::find_slot(*this, key); }
   /// The capacity, a power of two, that a size request gives.
   static unsigned long _size_for(unsigned long size) { return Core::size_for(size); }

@@ -23,13 +23,17 @@ class KRL_EXPORT KRLPipe {
   /// The writing side's socket; owned by the pipe.
   int writer() const { return _writer; }
 
+  /// @name Transfers
   /// Each is one send or recv with flags 0. The result is the byte count, or
   /// all bits set on failure; they never throw. The receives block until a
   /// datagram is there, and take at most length bytes of it.
+  ///@{
+
   unsigned long write(const char* data, unsigned long length);            ///< writer to reader
   unsigned long read(char* data, unsigned long length);                   ///< at the reader
   unsigned long write_to_writer(const char* data, unsigned long length);  ///< reader to writer
   unsigned long read_from_writer(char* data, unsigned long length);       ///< at the writer
+  ///@}
 
  private:
   KRLPipe(const KRLPipe&) = delete;

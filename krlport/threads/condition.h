@@ -68,17 +68,22 @@ class KRL_EXPORT KRLCondition {
   KRLCondition();
   ~KRLCondition();
 
+  /// @name Waits
   /// Every wait: the caller holds `m`; the wait gives it up while it sleeps
   /// and holds it again when it returns normally. A failing platform call
   /// prints its name with perror and throws CORBA_NO_RESOURCES(errno,
   /// COMPLETED_NO); then `m` is not held again (nor is anything else). A
   /// caller's armed guard over `m` may unwind as it is: an unlock by a thread
   /// that does not hold `m` does nothing.
+  ///@{
+
+  /// Waits with no time limit.
   void wait(KRLMutex& m);
   void wait(KRLMutex& m, unsigned long seconds);                ///< CORBA_TIMEOUT on a time-out
   void wait(KRLMutex& m, unsigned long long ms);                ///< CORBA_TIMEOUT on a time-out
   unsigned char timedwait(KRLMutex& m, unsigned long seconds);  ///< 1: timed out
   unsigned char timedwait(KRLMutex& m, unsigned long long ms);  ///< 1: timed out
+  ///@}
 
   /// As wait(m): Linux has no thread message queue to serve meanwhile.
   void wait_all(KRLMutex& m);
