@@ -1,4 +1,5 @@
-// The exported interface of libkrlport_r_6.so, family by family.
+/// @file
+/// The exported interface of libkrlport_r_6.so, family by family.
 #ifndef KRLPORT_KRLPORT_H_
 #define KRLPORT_KRLPORT_H_
 

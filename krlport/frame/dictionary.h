@@ -1,58 +1,59 @@
-// KRLDictionary<K, V>: the keyed container behind every registry of the
-// library, with its entry type KRLDictionaryNode<K, V> and the cursor
-// KRLDictionaryIterator<K, V>.
-//
-// Design
-//
-// Open addressing with linear probing that steps DOWNWARD. A key's home slot is
-// the top `_bits` bits of the 32-bit product _krl_hash(key) * 0x9e3779b9
-// (Fibonacci hashing: the multiplier spreads weak key hashes, such as small
-// integers or the shift-xor hash of strings, over the top bits). A probe starts
-// at the home slot and steps to slot - 1, from 0 on to the highest slot, until
-// it meets the key or an empty (null) slot. Slots hold pointers to nodes that
-// are allocated singly, so an entry never moves in memory while it is present.
-//
-// Load. After each insertion the dictionary restores `_count + 4 <= _capacity`
-// by resize(_capacity * 2), which gives four times the slots (see _size_for).
-// At least 4 slots are always empty, so every probe ends.
-//
-// Deletion. Knuth's Algorithm R (TAOCP vol. 3, 6.4), mirrored for a downward
-// probe: the hole a removed node leaves is refilled by the first node below it
-// whose probe runs through the hole, and the scan goes on from that node's old
-// slot until an empty slot. There are no tombstones; a miss stops at the first
-// empty slot, and every node stays reachable from its home slot over occupied
-// slots only.
-//
-// Hint. `_last_slot` remembers where a lookup last hit. Every use compares the
-// key found there, so a stale hint (after growth, removal or a move by
-// Algorithm R) costs one comparison and is never wrong, and a repeated lookup
-// of one key costs one comparison and no hash.
-//
-// Cached hash. Each node keeps its key's 32-bit product (`_mixed`), and a heap
-// table keeps that product, lowest bit forced to 1, beside each slot pointer
-// (0 for an empty slot). A probe passes an occupied slot whose product
-// differs without calling compare, in a heap table without touching the node;
-// Algorithm R and growth take home slots from the cached products instead of
-// hashing keys again. This only saves work: the probe order, the home slots
-// and the moves are exactly those of the rules above. It costs 4 bytes (8 with
-// padding) a node and 4 bytes a heap slot.
-//
-// Storage. The first 32 slots live inside the object (`_inline_table`), so a
-// dictionary of up to 28 entries allocates no table. The first growth moves to
-// a heap table for good. Up to 32 nodes of removed entries wait on a free list
-// (a stack) for the next insertions. Key and value are destroyed as soon as a
-// node leaves the table and are constructed anew when it is reused. Nodes and
-// tables come from the global operator new and go back to operator delete.
-//
-// Allocation failure. std::bad_alloc from a node or a table propagates out of
-// insert/add/resize, and the dictionary is left exactly as it was before the
-// call; a null node is never stored.
-//
-// Keys. The key type supplies `unsigned long _krl_hash(const K&)` and
-// `long compare(const K&, const K&)` (0 for equal keys), found unqualified.
-//
-// Thread-safety: none. Lookups write `_last_slot`, so every access, reads
-// included, must be under one lock of the caller's or confined to one thread.
+/// @file
+/// KRLDictionary<K, V>: the keyed container behind every registry of the
+/// library, with its entry type KRLDictionaryNode<K, V> and the cursor
+/// KRLDictionaryIterator<K, V>.
+///
+/// Design
+///
+/// Open addressing with linear probing that steps DOWNWARD. A key's home slot is
+/// the top `_bits` bits of the 32-bit product _krl_hash(key) * 0x9e3779b9
+/// (Fibonacci hashing: the multiplier spreads weak key hashes, such as small
+/// integers or the shift-xor hash of strings, over the top bits). A probe starts
+/// at the home slot and steps to slot - 1, from 0 on to the highest slot, until
+/// it meets the key or an empty (null) slot. Slots hold pointers to nodes that
+/// are allocated singly, so an entry never moves in memory while it is present.
+///
+/// Load. After each insertion the dictionary restores `_count + 4 <= _capacity`
+/// by resize(_capacity * 2), which gives four times the slots (see _size_for).
+/// At least 4 slots are always empty, so every probe ends.
+///
+/// Deletion. Knuth's Algorithm R (TAOCP vol. 3, 6.4), mirrored for a downward
+/// probe: the hole a removed node leaves is refilled by the first node below it
+/// whose probe runs through the hole, and the scan goes on from that node's old
+/// slot until an empty slot. There are no tombstones; a miss stops at the first
+/// empty slot, and every node stays reachable from its home slot over occupied
+/// slots only.
+///
+/// Hint. `_last_slot` remembers where a lookup last hit. Every use compares the
+/// key found there, so a stale hint (after growth, removal or a move by
+/// Algorithm R) costs one comparison and is never wrong, and a repeated lookup
+/// of one key costs one comparison and no hash.
+///
+/// Cached hash. Each node keeps its key's 32-bit product (`_mixed`), and a heap
+/// table keeps that product, lowest bit forced to 1, beside each slot pointer
+/// (0 for an empty slot). A probe passes an occupied slot whose product
+/// differs without calling compare, in a heap table without touching the node;
+/// Algorithm R and growth take home slots from the cached products instead of
+/// hashing keys again. This only saves work: the probe order, the home slots
+/// and the moves are exactly those of the rules above. It costs 4 bytes (8 with
+/// padding) a node and 4 bytes a heap slot.
+///
+/// Storage. The first 32 slots live inside the object (`_inline_table`), so a
+/// dictionary of up to 28 entries allocates no table. The first growth moves to
+/// a heap table for good. Up to 32 nodes of removed entries wait on a free list
+/// (a stack) for the next insertions. Key and value are destroyed as soon as a
+/// node leaves the table and are constructed anew when it is reused. Nodes and
+/// tables come from the global operator new and go back to operator delete.
+///
+/// Allocation failure. std::bad_alloc from a node or a table propagates out of
+/// insert/add/resize, and the dictionary is left exactly as it was before the
+/// call; a null node is never stored.
+///
+/// Keys. The key type supplies `unsigned long _krl_hash(const K&)` and
+/// `long compare(const K&, const K&)` (0 for equal keys), found unqualified.
+///
+/// Thread-safety: none. Lookups write `_last_slot`, so every access, reads
+/// included, must be under one lock of the caller's or confined to one thread.
 #ifndef KRLPORT_FRAME_DICTIONARY_H_
 #define KRLPORT_FRAME_DICTIONARY_H_
 
@@ -64,18 +65,21 @@
 
 #include "krlport/exceptions/system_exception.h"
 
-// One entry, allocated singly: the key, then the value, both owned, then the
-// key's mixed hash.
+/// One entry, allocated singly: the key, then the value, both owned, then the
+/// key's mixed hash.
 template <class K, class V>
 struct KRLDictionaryNode {
+  /// Copies key and value in; mixed is the key's mixed hash.
   KRLDictionaryNode(const K& key, const V& value, std::uint32_t mixed)
       : _key(key), _value(value), _mixed(mixed) {}
 
+  /// The key, owned by the node.
   K _key;
+  /// The value, owned by the node.
   V _value;
-  // _krl_hash(_key) * 0x9e3779b9 modulo 2^32, fixed while the node holds the
-  // entry. Probes reject other keys by it without calling compare, and moves
-  // and growth take the home slot from it without calling _krl_hash.
+  /// _krl_hash(_key) * 0x9e3779b9 modulo 2^32, fixed while the node holds the
+  /// entry. Probes reject other keys by it without calling compare, and moves
+  /// and growth take the home slot from it without calling _krl_hash.
   std::uint32_t _mixed;
 };
 
@@ -421,51 +425,54 @@ struct DictionaryCore {
 
 }  // namespace krl_internal
 
-// Open-addressing hash map from K to V; see the design notes above. Keys and
-// values are copied in. No copy operation: the object points into itself while
-// the inline table is in use.
-//
-// The fields are public: users read `_count` for the number of entries, and
-// only the operations below write any of them.
+/// Open-addressing hash map from K to V; see the design notes above. Keys and
+/// values are copied in. No copy operation: the object points into itself while
+/// the inline table is in use.
+///
+/// The fields are public: users read `_count` for the number of entries, and
+/// only the operations below write any of them.
 template <class K, class V>
 class KRLDictionary {
  public:
+  /// The key type; needs `compare(a, b)` (0 when equal) and `_krl_hash(k)`.
   typedef K key_type;
+  /// The value type; copied in and out.
   typedef V mapped_type;
+  /// One entry.
   typedef KRLDictionaryNode<K, V> node_type;
-  // Called with the key and value of an entry that remove, take or clear
-  // drops (not extract). The library never installs one.
+  /// Called with the key and value of an entry that remove, take or clear
+  /// drops (not extract). The library never installs one.
   typedef void (*cleanup_type)(K, V);
 
   KRLDictionary() { Core::init(*this); }
-  // clear (with _cleanup), then frees the heap table and the free nodes.
+  /// clear (with _cleanup), then frees the heap table and the free nodes.
   ~KRLDictionary() { Core::destroy(*this, true); }
   KRLDictionary(const KRLDictionary&) = delete;
   KRLDictionary& operator=(const KRLDictionary&) = delete;
 
-  // Adds an entry; a present key throws CORBA_BAD_PARAM and changes nothing.
+  /// Adds an entry; a present key throws CORBA_BAD_PARAM and changes nothing.
   void insert(K key, V value) {
     if (!Core::add(*this, key, value)) throw CORBA_BAD_PARAM();
   }
 
-  // Adds an entry and gives true; a present key gives false, changing nothing.
+  /// Adds an entry and gives true; a present key gives false, changing nothing.
   bool add(K key, V value) { return Core::add(*this, key, value); }
 
-  // Probes without using or setting the hint.
+  /// Probes without using or setting the hint.
   bool contains(const K& key) const {
     unsigned long slot;
     return Core::probe(*this, key, Core::mix(key), slot) != nullptr;
   }
 
-  // A copy of the key's value; a missing key throws CORBA_OBJECT_NOT_EXIST.
+  /// A copy of the key's value; a missing key throws CORBA_OBJECT_NOT_EXIST.
   V get(const K& key) {
     const node_type* node = Core::lookup_node(*this, key);
     if (node == nullptr) throw CORBA_OBJECT_NOT_EXIST();
     return node->_value;
   }
 
-  // Copies the key's value into `value` and gives true, or gives false and
-  // leaves `value` alone.
+  /// Copies the key's value into `value` and gives true, or gives false and
+  /// leaves `value` alone.
   bool lookup(const K& key, V& value) {
     const node_type* node = Core::lookup_node(*this, key);
     if (node == nullptr) return false;
@@ -473,7 +480,7 @@ class KRLDictionary {
     return true;
   }
 
-  // Drops the key's entry, calling _cleanup, and gives true; or gives false.
+  /// Drops the key's entry, calling _cleanup, and gives true; or gives false.
   bool remove(const K& key) {
     bool hint_hit;
     const unsigned long slot = Core::removal_slot(*this, key, hint_hit);
@@ -483,8 +490,8 @@ class KRLDictionary {
     return true;
   }
 
-  // Drops the key's entry, calling _cleanup, and gives its value; a missing
-  // key throws CORBA_OBJECT_NOT_EXIST.
+  /// Drops the key's entry, calling _cleanup, and gives its value; a missing
+  /// key throws CORBA_OBJECT_NOT_EXIST.
   V take(const K& key) {
     bool hint_hit;
     const unsigned long slot = Core::removal_slot(*this, key, hint_hit);
@@ -495,9 +502,9 @@ class KRLDictionary {
     return value;
   }
 
-  // Moves the key's value into `value` and drops the entry WITHOUT calling
-  // _cleanup: the caller takes over what the value refers to. Gives false for
-  // a missing key.
+  /// Moves the key's value into `value` and drops the entry WITHOUT calling
+  /// _cleanup: the caller takes over what the value refers to. Gives false for
+  /// a missing key.
   bool extract(const K& key, V& value) {
     bool hint_hit;
     const unsigned long slot = Core::removal_slot(*this, key, hint_hit);
@@ -508,47 +515,57 @@ class KRLDictionary {
     return true;
   }
 
-  // Drops every entry, calling _cleanup for each. The table keeps its size.
+  /// Drops every entry, calling _cleanup for each. The table keeps its size.
   void clear() { Core::clear(*this, true); }
 
-  // Moves the entries into a new heap table for the size request `size` (0
-  // counts as 16; see _size_for). Insertion calls it with _capacity * 2.
+  /// Moves the entries into a new heap table for the size request `size` (0
+  /// counts as 16; see _size_for). Insertion calls it with _capacity * 2.
   void resize(unsigned long size) { Core::resize(*this, size); }
 
   // Internal operations the above rest on.
+  /// The key's slot, or the empty slot that ends its probe.
   unsigned long _find_slot(const K& key) const { return Core::find_slot(*this, key); }
+  /// The capacity, a power of two, that a size request gives.
   static unsigned long _size_for(unsigned long size) { return Core::size_for(size); }
+  /// A node for the entry, from the free list or the heap; std::bad_alloc
+  /// if none can be had. Does not insert it.
   node_type* _new_node(K key, V value) { return Core::new_node(*this, key, value, Core::mix(key)); }
+  /// Destroys the node's key and value and parks or frees its storage.
   void _free_node(node_type* node) { Core::free_node(*this, node); }
+  /// Drops the entry in slot (calling _cleanup if run_cleanup) and closes the
+  /// gap in its probe run.
   void _remove_slot(unsigned long slot, bool run_cleanup) {
     Core::remove_slot(*this, slot, run_cleanup);
   }
 
-  unsigned long _capacity;  // slots, a power of two
-  unsigned long _count;     // occupied slots
-  node_type** _table;       // _inline_table or a heap block of _capacity slots and words
+  unsigned long _capacity;  ///< slots, a power of two
+  unsigned long _count;     ///< occupied slots
+  node_type** _table;       ///< _inline_table or a heap block of _capacity slots and words
+  /// The first 32 slots, inside the object.
   node_type* _inline_table[krl_internal::kDictionaryInlineSlots];
-  unsigned short _free_count;                                  // nodes on the free list, 0 to 32
-  node_type* _free_nodes[krl_internal::kDictionaryFreeNodes];  // a stack
-  unsigned long _last_slot;  // hint: slot of the last hit; always re-checked
-  unsigned long _bits;       // log2(_capacity)
-  unsigned long _mask;       // _capacity - 1
-  cleanup_type _cleanup;     // null: no call
+  unsigned short _free_count;                                  ///< nodes on the free list, 0 to 32
+  node_type* _free_nodes[krl_internal::kDictionaryFreeNodes];  ///< a stack
+  unsigned long _last_slot;  ///< hint: slot of the last hit; always re-checked
+  unsigned long _bits;       ///< log2(_capacity)
+  unsigned long _mask;       ///< _capacity - 1
+  cleanup_type _cleanup;     ///< null: no call
 
  private:
   typedef krl_internal::DictionaryCore<KRLDictionary> Core;
 };
 
-// Cursor over the occupied slots of a dictionary in ascending slot order. It
-// sees the table as it is at each call: an insertion or removal in between may
-// move entries past it or make it visit one twice.
+/// Cursor over the occupied slots of a dictionary in ascending slot order. It
+/// sees the table as it is at each call: an insertion or removal in between may
+/// move entries past it or make it visit one twice.
 template <class K, class V>
 class KRLDictionaryIterator {
  public:
+  /// Starts before the first slot of dict, which it does not own and which
+  /// must outlive it. Not locked: no thread may change dict meanwhile.
   explicit KRLDictionaryIterator(KRLDictionary<K, V>* dict) : _dict(dict), _index(-1) {}
 
-  // The node of the next occupied slot above _index, or null when none is
-  // left (then _index rests at _capacity).
+  /// The node of the next occupied slot above _index, or null when none is
+  /// left (then _index rests at _capacity).
   KRLDictionaryNode<K, V>* next() {
     const long capacity = static_cast<long>(_dict->_capacity);
     while (++_index < capacity) {
@@ -559,14 +576,16 @@ class KRLDictionaryIterator {
     return nullptr;
   }
 
-  // The node in the slot at _index; null before the first next() and after
-  // the last.
+  /// The node in the slot at _index; null before the first next() and after
+  /// the last.
   KRLDictionaryNode<K, V>* current() const {
     if (_index < 0 || _index >= static_cast<long>(_dict->_capacity)) return nullptr;
     return _dict->_table[_index];
   }
 
+  /// The dictionary walked; not owned.
   KRLDictionary<K, V>* _dict;
+  /// The slot of current(); -1 before the first next().
   long _index;
 };
 

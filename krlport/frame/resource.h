@@ -1,26 +1,27 @@
-// KRLResource: base class of objects that several owners share and that
-// destroy themselves when the last owner lets go, with its count block.
-//
-// Design. A resource holds one word, `_refs`. While it has a single owner it
-// has no count block, and a `_refs` of 0 stands for a count of 1. The first
-// operation that needs a real count (_ref, _set_sharing, _reset_refs) takes a
-// block from a process-wide pool; the destructor gives it back. The pool parks
-// up to 1024 blocks, so a short-lived shared object costs no heap operation in
-// the steady state, and a parked block keeps its spin lock built.
-//
-// Each block says whether its count needs its lock (`_sharing`). With sharing
-// off the count is a plain integer; with sharing on every change or read of it
-// goes under the block's spin lock. The unshared case is inline here and tests
-// one bit of `_refs`; the locked and the first-block cases are out of line.
-//
-// Thread-safety. With sharing on, _ref, _unref, _deref and _num_refs are safe
-// from any thread on one resource, once it has a block: the owner makes the
-// first _ref (or _set_sharing) before it passes the resource on. With sharing
-// off every call on the resource comes from one thread at a time. _set_sharing
-// and _reset_refs are for the owner alone, before sharing begins.
-//
-// Locks: the pool's and the blocks' are spin locks held for a few
-// instructions, and never two at a time.
+/// @file
+/// KRLResource: base class of objects that several owners share and that
+/// destroy themselves when the last owner lets go, with its count block.
+///
+/// Design. A resource holds one word, `_refs`. While it has a single owner it
+/// has no count block, and a `_refs` of 0 stands for a count of 1. The first
+/// operation that needs a real count (_ref, _set_sharing, _reset_refs) takes a
+/// block from a process-wide pool; the destructor gives it back. The pool parks
+/// up to 1024 blocks, so a short-lived shared object costs no heap operation in
+/// the steady state, and a parked block keeps its spin lock built.
+///
+/// Each block says whether its count needs its lock (`_sharing`). With sharing
+/// off the count is a plain integer; with sharing on every change or read of it
+/// goes under the block's spin lock. The unshared case is inline here and tests
+/// one bit of `_refs`; the locked and the first-block cases are out of line.
+///
+/// Thread-safety. With sharing on, _ref, _unref, _deref and _num_refs are safe
+/// from any thread on one resource, once it has a block: the owner makes the
+/// first _ref (or _set_sharing) before it passes the resource on. With sharing
+/// off every call on the resource comes from one thread at a time. _set_sharing
+/// and _reset_refs are for the owner alone, before sharing begins.
+///
+/// Locks: the pool's and the blocks' are spin locks held for a few
+/// instructions, and never two at a time.
 #ifndef KRLPORT_FRAME_RESOURCE_H_
 #define KRLPORT_FRAME_RESOURCE_H_
 
@@ -29,13 +30,13 @@
 #include "krlport/frame/export.h"
 #include "krlport/threads/spin_mutex.h"
 
-// Internal: the count of a resource that has left the Sole state. Not part of
-// the interface; its layout is here only for the inline fast paths of
-// KRLResource. A parked block has _count 0 and belongs to no resource.
+/// Internal: the count of a resource that has left the Sole state. Not part of
+/// the interface; its layout is here only for the inline fast paths of
+/// KRLResource. A parked block has _count 0 and belongs to no resource.
 struct KRLCountBlock {
-  long _count;             // references; under _lock while _sharing is set
-  unsigned char _sharing;  // non-zero: every change or read of _count takes _lock
-  KRLSpinMutex _lock;      // built once, when the block is first allocated
+  long _count;             ///< references; under _lock while _sharing is set
+  unsigned char _sharing;  ///< non-zero: every change or read of _count takes _lock
+  KRLSpinMutex _lock;      ///< built once, when the block is first allocated
 };
 
 class KRLResource;
@@ -47,54 +48,58 @@ KRLCountBlock* count_block_of(const KRLResource& r);
 
 }  // namespace krl_internal
 
+/// Base of objects that several owners share and that delete themselves when
+/// the last owner lets go. Derive from it and make objects on the heap. See
+/// the file description for thread-safety: with sharing on, counting is safe
+/// from any thread once the resource has a block.
 class KRL_EXPORT KRLResource {
  public:
-  // Sole: no block, count 1.
+  /// Sole: no block, count 1.
   KRLResource() : _refs(0) {}
-  // A copy is a new object with its own owner: it starts Sole, with no block,
-  // whatever the source's count. Sharing the source's block would make both
-  // give it back to the pool, and the copy has none of the source's owners.
+  /// A copy is a new object with its own owner: it starts Sole, with no block,
+  /// whatever the source's count. Sharing the source's block would make both
+  /// give it back to the pool, and the copy has none of the source's owners.
   KRLResource(const KRLResource&) : _refs(0) {}
-  // Assignment copies no count: who refers to an object does not change with
-  // its value, so this resource keeps its own block and count.
+  /// Assignment copies no count: who refers to an object does not change with
+  /// its value, so this resource keeps its own block and count.
   KRLResource& operator=(const KRLResource&) { return *this; }
 
-  // Adds a reference and returns the new count. The first _ref on a Sole
-  // resource takes a block and returns 2. If that block cannot be had,
-  // std::bad_alloc propagates and the resource is unchanged.
+  /// Adds a reference and returns the new count. The first _ref on a Sole
+  /// resource takes a block and returns 2. If that block cannot be had,
+  /// std::bad_alloc propagates and the resource is unchanged.
   long _ref();
-  // Drops a reference and returns the new count; at exactly 0 the object
-  // destroys itself (delete this). A Sole resource is destroyed by its first
-  // _unref. A count driven below 0 is not detected and destroys nothing.
+  /// Drops a reference and returns the new count; at exactly 0 the object
+  /// destroys itself (delete this). A Sole resource is destroyed by its first
+  /// _unref. A count driven below 0 is not detected and destroys nothing.
   virtual long _unref();
-  // Drops a reference and returns the new count, but never destroys. A Sole
-  // resource returns 0 and stays as it is.
+  /// Drops a reference and returns the new count, but never destroys. A Sole
+  /// resource returns 0 and stays as it is.
   virtual long _deref();
-  // The count: 1 while Sole.
+  /// The count: 1 while Sole.
   long _num_refs();
 
-  // Sets whether this resource's count takes its lock, taking a block first if
-  // there is none (the count stays 1). No lock: for the owner, before sharing.
-  // May throw std::bad_alloc, as _ref.
+  /// Sets whether this resource's count takes its lock, taking a block first if
+  /// there is none (the count stays 1). No lock: for the owner, before sharing.
+  /// May throw std::bad_alloc, as _ref.
   void _set_sharing(unsigned char sharing);
 
-  // The sharing of blocks handed out from now on (1 at load); blocks in use
-  // keep theirs. Set it before the threads that use resources start.
+  /// The sharing of blocks handed out from now on (1 at load); blocks in use
+  /// keep theirs. Set it before the threads that use resources start.
   static void set_init_sharing(unsigned char sharing);
-  // Null does nothing; otherwise r->_unref().
+  /// Null does nothing; otherwise r->_unref().
   static void _release(KRLResource* r);
-  // Frees the blocks parked in the pool. Looks at no resource; a later block
-  // is simply allocated anew. Nothing in the library calls it.
+  /// Frees the blocks parked in the pool. Looks at no resource; a later block
+  /// is simply allocated anew. Nothing in the library calls it.
   static void garbage_collect();
 
  protected:
-  // Gives the block, if any, back to the pool. Without a block it touches no
-  // pool and allocates nothing, so it cannot fail.
+  /// Gives the block, if any, back to the pool. Without a block it touches no
+  /// pool and allocates nothing, so it cannot fail.
   virtual ~KRLResource();
 
-  // Makes the count 0, taking a block first if there is none, so that the
-  // next _ref gives 1: the count then counts only the references that _ref
-  // gave out. No lock: for the owner, before sharing. May throw std::bad_alloc.
+  /// Makes the count 0, taking a block first if there is none, so that the
+  /// next _ref gives 1: the count then counts only the references that _ref
+  /// gave out. No lock: for the owner, before sharing. May throw std::bad_alloc.
   void _reset_refs();
 
  private:

@@ -1,14 +1,15 @@
-// KRLRWDictionary<K, V>: the table of KRLDictionary (same fields, same
-// algorithms, shared through krl_internal::DictionaryCore) with a KRLRWLock
-// of its own, for a registry that many threads read and few write.
-//
-// count, contains and get run under the read lock and overlap; put, the
-// constructor and the destructor under the write lock. get stores the hint
-// `_last_slot` while it holds only the read lock: readers may store to it at
-// the same time, so the hint is a word with relaxed atomic loads and stores
-// (plain moves on x86-64), and every use of it compares the key found there.
-//
-// `_cleanup` is null after construction and no operation calls it.
+/// @file
+/// KRLRWDictionary<K, V>: the table of KRLDictionary (same fields, same
+/// algorithms, shared through krl_internal::DictionaryCore) with a KRLRWLock
+/// of its own, for a registry that many threads read and few write.
+///
+/// count, contains and get run under the read lock and overlap; put, the
+/// constructor and the destructor under the write lock. get stores the hint
+/// `_last_slot` while it holds only the read lock: readers may store to it at
+/// the same time, so the hint is a word with relaxed atomic loads and stores
+/// (plain moves on x86-64), and every use of it compares the key found there.
+///
+/// `_cleanup` is null after construction and no operation calls it.
 #ifndef KRLPORT_FRAME_RW_DICTIONARY_H_
 #define KRLPORT_FRAME_RW_DICTIONARY_H_
 
@@ -24,22 +25,26 @@ struct RWDictionaryPeer;
 
 }  // namespace krl_internal
 
-// Keys and values are copied in. No copy operation: the object points into
-// itself while the inline table is in use.
+/// Keys and values are copied in. No copy operation: the object points into
+/// itself while the inline table is in use.
 template <class K, class V>
 class KRLRWDictionary {
  public:
+  /// The key type; needs `compare(a, b)` (0 when equal) and `_krl_hash(k)`.
   typedef K key_type;
+  /// The value type; copied in and out.
   typedef V mapped_type;
+  /// One entry.
   typedef KRLDictionaryNode<K, V> node_type;
+  /// Never called by this class; kept for the shared layout.
   typedef void (*cleanup_type)(K, V);
 
   KRLRWDictionary() {
     KRLWLock_var hold(_lock, 1);
     Core::init(*this);
   }
-  // Frees all nodes, a heap table and the free nodes under the write lock,
-  // without _cleanup; the lock itself goes afterwards.
+  /// Frees all nodes, a heap table and the free nodes under the write lock,
+  /// without _cleanup; the lock itself goes afterwards.
   ~KRLRWDictionary() {
     KRLWLock_var hold(_lock, 1);
     Core::destroy(*this, false);
@@ -47,21 +52,21 @@ class KRLRWDictionary {
   KRLRWDictionary(const KRLRWDictionary&) = delete;
   KRLRWDictionary& operator=(const KRLRWDictionary&) = delete;
 
-  // The number of entries.
+  /// The number of entries.
   unsigned long count() const {
     KRLRLock_var hold(_lock, 1);
     return _count;
   }
 
-  // Probes without using or setting the hint.
+  /// Probes without using or setting the hint.
   bool contains(const K& key) const {
     KRLRLock_var hold(_lock, 1);
     unsigned long slot;
     return Core::probe(*this, key, Core::mix(key), slot) != nullptr;
   }
 
-  // Copies the key's value into `value` and gives true, or gives false and
-  // leaves `value` alone. A probe hit becomes the hint.
+  /// Copies the key's value into `value` and gives true, or gives false and
+  /// leaves `value` alone. A probe hit becomes the hint.
   bool get(const K& key, V& value) {
     KRLRLock_var hold(_lock, 1);
     const node_type* node = Core::lookup_node(*this, key);
@@ -70,10 +75,10 @@ class KRLRWDictionary {
     return true;
   }
 
-  // A present key: copies its value to `old_value`, stores `value` and gives
-  // true. A missing key: adds the entry as KRLDictionary::insert does, growth
-  // included, and gives false. The hint stays as it was either way.
-  // std::bad_alloc from a growth leaves the dictionary as it was.
+  /// A present key: copies its value to `old_value`, stores `value` and gives
+  /// true. A missing key: adds the entry as KRLDictionary::insert does, growth
+  /// included, and gives false. The hint stays as it was either way.
+  /// std::bad_alloc from a growth leaves the dictionary as it was.
   bool put(const K& key, V value, V& old_value) {
     KRLWLock_var hold(_lock, 1);
     const std::uint32_t mixed = Core::mix(key);

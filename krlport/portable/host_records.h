@@ -1,5 +1,6 @@
-// vsysinfo, KRLSysVersion and vhostname: the small records that the clock,
-// version and name look-up helpers of KRLPortable and BaseUtil hand out.
+/// @file
+/// vsysinfo, KRLSysVersion and vhostname: the small records that the clock,
+/// version and name look-up helpers of KRLPortable and BaseUtil hand out.
 #ifndef KRLPORT_PORTABLE_HOST_RECORDS_H_
 #define KRLPORT_PORTABLE_HOST_RECORDS_H_
 
@@ -9,29 +10,30 @@
 
 #include "krlport/frame/export.h"
 
-// Host version as BaseUtil::get_sysversion reports it: on Linux the major and
-// minor number of the kernel release. Allocated with new; the caller deletes it.
+/// Host version as BaseUtil::get_sysversion reports it: on Linux the major and
+/// minor number of the kernel release. Allocated with new; the caller deletes it.
 struct KRL_EXPORT vsysinfo {
-  std::int32_t major;
-  std::int32_t minor;
+  std::int32_t major;  ///< kernel major number
+  std::int32_t minor;  ///< kernel minor number
 };
 
-// Caller-owned copy of a vsysinfo, each field cut to its low 16 bits.
+/// Caller-owned copy of a vsysinfo, each field cut to its low 16 bits.
 struct KRL_EXPORT KRLSysVersion {
-  std::uint16_t major;
-  std::uint16_t minor;
+  std::uint16_t major;  ///< low 16 bits of vsysinfo::major
+  std::uint16_t minor;  ///< low 16 bits of vsysinfo::minor
 };
 
-// Work record of one reentrant name look-up, owned by the caller. The hostent
-// that BaseUtil::vgethostbyname_r / vgethostbyaddr_r return lives in _entry
-// and _data, so it stays valid as long as this record and until its next use.
+/// Work record of one reentrant name look-up, owned by the caller. The hostent
+/// that BaseUtil::vgethostbyname_r / vgethostbyaddr_r return lives in _entry
+/// and _data, so it stays valid as long as this record and until its next use.
 struct KRL_EXPORT vhostname {
-  char buffer[256];    // scratch; no operation reads or writes it
-  std::int32_t error;  // h_errno of the last failed look-up; untouched on success
+  char buffer[256];    ///< scratch; no operation reads or writes it
+  std::int32_t error;  ///< h_errno of the last failed look-up; untouched on success
+  /// The result the look-up returns a pointer to.
   hostent _entry;
-  // Room for the names and addresses the resolver stores behind _entry.
-  // Enough for a hosts-file entry with many aliases; a larger answer fails
-  // with NETDB_INTERNAL rather than being cut.
+  /// Room for the names and addresses the resolver stores behind _entry.
+  /// Enough for a hosts-file entry with many aliases; a larger answer fails
+  /// with NETDB_INTERNAL rather than being cut.
   char _data[8192];
 };
 

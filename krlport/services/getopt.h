@@ -1,21 +1,22 @@
-// getopt and its four variables: the classic single-letter option scanner,
-// exported under these plain C names. A process that links this library gets
-// this scanner in place of the C library's.
-//
-// The scan stops at the first element that is not an option, at "--" (or any
-// element beginning with two dashes, which is consumed) and at a lone "-"
-// (which is not, unless '-' is listed); argv is never reordered. A colon
-// behind a letter in optstring means that it takes an argument, the rest of
-// the element or else the next element. Errors return '?' (63): an option not
-// listed, or one whose argument is missing at the end of argv. A leading ':'
-// or '+' in optstring has no special meaning. When opterr is non-zero, errors
-// are printed on standard output (not standard error) as
-// "<program>: illegal option -- <c>" and
-// "<program>: option requires an argument -- <c>", where the program is
-// argv[0] behind its last '/'.
-//
-// The state is process-wide and unlocked: one thread at a time scans. A new
-// scan starts by setting optind (to 1) after the -1 return.
+/// @file
+/// getopt and its four variables: the classic single-letter option scanner,
+/// exported under these plain C names. A process that links this library gets
+/// this scanner in place of the C library's.
+///
+/// The scan stops at the first element that is not an option, at "--" (or any
+/// element beginning with two dashes, which is consumed) and at a lone "-"
+/// (which is not, unless '-' is listed); argv is never reordered. A colon
+/// behind a letter in optstring means that it takes an argument, the rest of
+/// the element or else the next element. Errors return '?' (63): an option not
+/// listed, or one whose argument is missing at the end of argv. A leading ':'
+/// or '+' in optstring has no special meaning. When opterr is non-zero, errors
+/// are printed on standard output (not standard error) as
+/// "<program>: illegal option -- <c>" and
+/// "<program>: option requires an argument -- <c>", where the program is
+/// argv[0] behind its last '/'.
+///
+/// The state is process-wide and unlocked: one thread at a time scans. A new
+/// scan starts by setting optind (to 1) after the -1 return.
 #ifndef KRLPORT_SERVICES_GETOPT_H_
 #define KRLPORT_SERVICES_GETOPT_H_
 
@@ -23,12 +24,14 @@
 
 // noexcept as the C library declares it, so that both declarations may meet.
 extern "C" {
+/// The next option letter of argv; '?' on an error; -1 when the options end,
+/// with optind at the first element not scanned. Not thread-safe.
 KRL_EXPORT int getopt(int argc, char* const* argv, const char* optstring) noexcept;
 
-KRL_EXPORT extern char* optarg;  // argument of the option just returned, or null
-KRL_EXPORT extern int optind;    // next element of argv to look at; 1 at the start
-KRL_EXPORT extern int opterr;    // non-zero: print messages; 1 at the start
-KRL_EXPORT extern int optopt;    // the option character last looked at
+KRL_EXPORT extern char* optarg;  ///< argument of the option just returned, or null
+KRL_EXPORT extern int optind;    ///< next element of argv to look at; 1 at the start
+KRL_EXPORT extern int opterr;    ///< non-zero: print messages; 1 at the start
+KRL_EXPORT extern int optopt;    ///< the option character last looked at
 }
 
 #endif  // KRLPORT_SERVICES_GETOPT_H_

@@ -1,20 +1,21 @@
-// KRLLogger: the process-wide holder of three output streams, out, err and
-// log, which the host writes to with the ordinary stream operators. The logger
-// adds nothing to what is written: no time stamp, level, format or rotation.
-//
-// On first use it opens krlout.log, krlerr.log and krllog.log, each emptied,
-// in the first of these places where the directory exists or can be made:
-// $KORLAN_ADM/log/, /korlan/log/, the current directory. The host may put any
-// stream of its own into a slot at any time.
-//
-// Slots are selected by a bit mask: 1 out, 2 err, 4 log.
-//
-// Ownership: a slot filled with owned != 0 holds a stream the logger deletes
-// when the last slot gives it up, or at exit. A stream that several slots
-// share is deleted once, and a slot never keeps a deleted stream.
-//
-// No lock anywhere: the first call of instance() must not race with another
-// call, and a stream must not be replaced while another thread writes to it.
+/// @file
+/// KRLLogger: the process-wide holder of three output streams, out, err and
+/// log, which the host writes to with the ordinary stream operators. The logger
+/// adds nothing to what is written: no time stamp, level, format or rotation.
+///
+/// On first use it opens krlout.log, krlerr.log and krllog.log, each emptied,
+/// in the first of these places where the directory exists or can be made:
+/// $KORLAN_ADM/log/, /korlan/log/, the current directory. The host may put any
+/// stream of its own into a slot at any time.
+///
+/// Slots are selected by a bit mask: 1 out, 2 err, 4 log.
+///
+/// Ownership: a slot filled with owned != 0 holds a stream the logger deletes
+/// when the last slot gives it up, or at exit. A stream that several slots
+/// share is deleted once, and a slot never keeps a deleted stream.
+///
+/// No lock anywhere: the first call of instance() must not race with another
+/// call, and a stream must not be replaced while another thread writes to it.
 #ifndef KRLPORT_SERVICES_LOGGER_H_
 #define KRLPORT_SERVICES_LOGGER_H_
 
@@ -29,49 +30,55 @@ namespace krl_internal {
 bool is_log_stream(const std::ostream& stream);
 }  // namespace krl_internal
 
+/// The process-wide holder of the out, err and log streams; see the file
+/// description for files, ownership and its lack of locks.
 class KRL_EXPORT KRLLogger {
  public:
-  // Opens the three default files into the instance's slots (not into this
-  // object's, which stay empty unless this is the instance).
+  /// Opens the three default files into the instance's slots (not into this
+  /// object's, which stay empty unless this is the instance).
   KRLLogger();
-  // Deletes each owned stream of this object once and empties the slots.
+  /// Deletes each owned stream of this object once and empties the slots.
   ~KRLLogger();
   KRLLogger(const KRLLogger&) = delete;
   KRLLogger& operator=(const KRLLogger&) = delete;
 
-  // The one logger, built at the first call; its streams are released at
-  // exit. The object itself is never destroyed, so a late caller at exit
-  // still finds it, with empty slots.
+  /// The one logger, built at the first call; its streams are released at
+  /// exit. The object itself is never destroyed, so a late caller at exit
+  /// still finds it, with empty slots.
   static KRLLogger& instance();
 
-  // The instance's streams, whatever object these are called on. An empty
-  // slot (its file could not be opened, or the logger has ended) gives
-  // std::cout, std::cerr and std::clog in its place.
+  ///@{
+  /// The instance's streams, whatever object these are called on. An empty
+  /// slot (its file could not be opened, or the logger has ended) gives
+  /// std::cout, std::cerr and std::clog in its place.
   std::ostream& out();
   std::ostream& err();
   std::ostream& log();
+  ///@}
 
-  // Puts stream into the slot. The stream the slot held before is deleted
-  // if the logger owned it and no other slot holds it; a slot that shares it
-  // takes over its ownership. Giving the stream already in the slot only
-  // changes its owned flag. With owned == 0 the caller keeps the stream
-  // alive while it is in the slot.
+  ///@{
+  /// Puts stream into the slot. The stream the slot held before is deleted
+  /// if the logger owned it and no other slot holds it; a slot that shares it
+  /// takes over its ownership. Giving the stream already in the slot only
+  /// changes its owned flag. With owned == 0 the caller keeps the stream
+  /// alive while it is in the slot.
   static void replace_out(std::ostream& stream, int owned);
   static void replace_err(std::ostream& stream, int owned);
   static void replace_log(std::ostream& stream, int owned);
+  ///@}
 
-  // Opens exactly file (no search, no directory made) and puts it, owned,
-  // into the first selected slot in the order out, log, err. The stream it
-  // displaces is neither closed nor deleted, and the logger forgets it: the
-  // host deletes it or puts it back into a slot (a displaced owned stream
-  // that another slot still holds stays there, owned by that slot). Nothing
-  // changes if the file cannot be opened.
+  /// Opens exactly file (no search, no directory made) and puts it, owned,
+  /// into the first selected slot in the order out, log, err. The stream it
+  /// displaces is neither closed nor deleted, and the logger forgets it: the
+  /// host deletes it or puts it back into a slot (a displaced owned stream
+  /// that another slot still holds stays there, owned by that slot). Nothing
+  /// changes if the file cannot be opened.
   void replace_stream(const char* file, char selector);
 
-  // Opens file, emptied, in the log directory search, and puts the stream
-  // into every selected slot, owned. path (size chars) receives the path
-  // used. Returns 1, or 0 with no slot changed when the path does not fit in
-  // size or the file cannot be opened. Never throws.
+  /// Opens file, emptied, in the log directory search, and puts the stream
+  /// into every selected slot, owned. path (size chars) receives the path
+  /// used. Returns 1, or 0 with no slot changed when the path does not fit in
+  /// size or the file cannot be opened. Never throws.
   static int log_to(const char* file, char* path, unsigned int size, char selector);
 
  private:

@@ -1,31 +1,32 @@
-// KRLCondition: a condition variable over the caller's KRLMutex.
-//
-// Each wait makes its own one-shot event and puts it into `_events`; a signal
-// takes one event out and sets it, a broadcast sets them all. So there is no
-// generation count and nothing to reset, and a signal with no waiter is not
-// remembered.
-//
-// Wake order. signal() takes the event at index 0 and moves the newest one
-// into its place: waiters a, b, c, d that arrived in this order wake, under
-// four signals, as a, d, c, b. A time-out moves entries the same way.
-//
-// Time limits. An `unsigned long` counts seconds, an `unsigned long long`
-// milliseconds. Seconds are multiplied by 1000 in 32-bit arithmetic, which
-// wraps; of milliseconds only the low 32 bits count, so 2^32 ms is a limit of
-// 0. 0xFFFFFFFF ms never runs out. timedwait gives 1 on a time-out and 0 when
-// woken; wait with a limit throws CORBA_TIMEOUT on a time-out. Limits run on
-// the monotonic clock.
-//
-// Linux has no thread message queue: the _all forms behave as the plain ones.
-//
-// Lock order: the caller's mutex `m`, then `_mutex`. A wait gives `m` up by
-// exactly one level: a caller that holds it recursively keeps the rest while
-// it sleeps, so `m` must be held once for others to get in.
-//
-// Lifetime: a woken waiter may destroy the condition at once. A waker takes
-// the waiters' entries out under `_mutex`, releases it, and only then sets
-// their events; from the release on it touches nothing of the condition,
-// only the waiters' own records, each of which lives until its event is set.
+/// @file
+/// KRLCondition: a condition variable over the caller's KRLMutex.
+///
+/// Each wait makes its own one-shot event and puts it into `_events`; a signal
+/// takes one event out and sets it, a broadcast sets them all. So there is no
+/// generation count and nothing to reset, and a signal with no waiter is not
+/// remembered.
+///
+/// Wake order. signal() takes the event at index 0 and moves the newest one
+/// into its place: waiters a, b, c, d that arrived in this order wake, under
+/// four signals, as a, d, c, b. A time-out moves entries the same way.
+///
+/// Time limits. An `unsigned long` counts seconds, an `unsigned long long`
+/// milliseconds. Seconds are multiplied by 1000 in 32-bit arithmetic, which
+/// wraps; of milliseconds only the low 32 bits count, so 2^32 ms is a limit of
+/// 0. 0xFFFFFFFF ms never runs out. timedwait gives 1 on a time-out and 0 when
+/// woken; wait with a limit throws CORBA_TIMEOUT on a time-out. Limits run on
+/// the monotonic clock.
+///
+/// Linux has no thread message queue: the _all forms behave as the plain ones.
+///
+/// Lock order: the caller's mutex `m`, then `_mutex`. A wait gives `m` up by
+/// exactly one level: a caller that holds it recursively keeps the rest while
+/// it sleeps, so `m` must be held once for others to get in.
+///
+/// Lifetime: a woken waiter may destroy the condition at once. A waker takes
+/// the waiters' entries out under `_mutex`, releases it, and only then sets
+/// their events; from the release on it touches nothing of the condition,
+/// only the waiters' own records, each of which lives until its event is set.
 #ifndef KRLPORT_THREADS_CONDITION_H_
 #define KRLPORT_THREADS_CONDITION_H_
 
@@ -60,37 +61,50 @@ KRLMutex& condition_mutex(KRLCondition& c);
 
 }  // namespace krl_internal
 
-// Safe from any thread. Destroying a condition that still has waiters is the
-// caller's error.
+/// Safe from any thread. Destroying a condition that still has waiters is the
+/// caller's error.
 class KRL_EXPORT KRLCondition {
  public:
   KRLCondition();
   ~KRLCondition();
 
-  // Every wait: the caller holds `m`; the wait gives it up while it sleeps
-  // and holds it again when it returns normally. A failing platform call
-  // prints its name with perror and throws CORBA_NO_RESOURCES(errno,
-  // COMPLETED_NO); then `m` is not held again (nor is anything else). A
-  // caller's armed guard over `m` may unwind as it is: an unlock by a thread
-  // that does not hold `m` does nothing.
-  void wait(KRLMutex& m);
-  void wait(KRLMutex& m, unsigned long seconds);                // CORBA_TIMEOUT on a time-out
-  void wait(KRLMutex& m, unsigned long long ms);                // CORBA_TIMEOUT on a time-out
-  unsigned char timedwait(KRLMutex& m, unsigned long seconds);  // 1: timed out
-  unsigned char timedwait(KRLMutex& m, unsigned long long ms);  // 1: timed out
+  /// @name Waits
+  /// Every wait: the caller holds `m`; the wait gives it up while it sleeps
+  /// and holds it again when it returns normally. A failing platform call
+  /// prints its name with perror and throws CORBA_NO_RESOURCES(errno,
+  /// COMPLETED_NO); then `m` is not held again (nor is anything else). A
+  /// caller's armed guard over `m` may unwind as it is: an unlock by a thread
+  /// that does not hold `m` does nothing.
+  ///@{
 
+  /// Waits with no time limit.
+  void wait(KRLMutex& m);
+  void wait(KRLMutex& m, unsigned long seconds);                ///< CORBA_TIMEOUT on a time-out
+  void wait(KRLMutex& m, unsigned long long ms);                ///< CORBA_TIMEOUT on a time-out
+  unsigned char timedwait(KRLMutex& m, unsigned long seconds);  ///< 1: timed out
+  unsigned char timedwait(KRLMutex& m, unsigned long long ms);  ///< 1: timed out
+  ///@}
+
+  /// As wait(m): Linux has no thread message queue to serve meanwhile.
   void wait_all(KRLMutex& m);
+  /// As wait(m, seconds).
   void wait_all(KRLMutex& m, unsigned long seconds);
+  /// As wait(m, ms).
   void wait_all(KRLMutex& m, unsigned long long ms);
+  /// As timedwait(m, seconds).
   unsigned char timedwait_all(KRLMutex& m, unsigned long seconds);
+  /// As timedwait(m, ms).
   unsigned char timedwait_all(KRLMutex& m, unsigned long long ms);
 
-  // Wake the waiter at index 0 (see "Wake order"), or all waiters. The
-  // caller need hold no mutex. The forms with a guard then unlock it as
-  // g.unlock() does: the mutex is released and the guard disarmed.
+  /// Wake the waiter at index 0 (see "Wake order"), or all waiters. The
+  /// caller need hold no mutex. The forms with a guard then unlock it as
+  /// g.unlock() does: the mutex is released and the guard disarmed.
   void signal();
+  /// signal(), then g.unlock().
   void signal(KRLMutex_var& g);
+  /// Wakes every waiter registered at the call.
   void broadcast();
+  /// broadcast(), then g.unlock().
   void broadcast(KRLMutex_var& g);
 
  private:

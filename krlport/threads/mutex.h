@@ -1,11 +1,12 @@
-// The library's blocking lock and its scope guards.
-//
-// KRLIMutex is the abstract lock a guard can hold. KRLMutex is the recursive,
-// thread-owned lock behind all process-wide state of the library.
-// KRLIMutex_var, KRLMutex_var and KRLDMutex_var lock in their constructor and
-// unlock in their destructor while their release flag is non-zero ("armed").
-// A guard never owns its lock: the lock must outlive the guard. A guard is
-// used by one thread at a time.
+/// @file
+/// The library's blocking lock and its scope guards.
+///
+/// KRLIMutex is the abstract lock a guard can hold. KRLMutex is the recursive,
+/// thread-owned lock behind all process-wide state of the library.
+/// KRLIMutex_var, KRLMutex_var and KRLDMutex_var lock in their constructor and
+/// unlock in their destructor while their release flag is non-zero ("armed").
+/// A guard never owns its lock: the lock must outlive the guard. A guard is
+/// used by one thread at a time.
 #ifndef KRLPORT_THREADS_MUTEX_H_
 #define KRLPORT_THREADS_MUTEX_H_
 
@@ -34,38 +35,44 @@ void set_mutex_shutdown_flag(unsigned char flag);
 
 }  // namespace krl_internal
 
-// The abstract lock. No virtual destructor: locks are never deleted through
-// this type.
+/// The abstract lock. No virtual destructor: locks are never deleted through
+/// this type.
 class KRL_EXPORT KRLIMutex {
  public:
   KRLIMutex() {}
+  /// The base has no state to copy.
   KRLIMutex(const KRLIMutex&) {}
+  /// The base has no state to assign.
   KRLIMutex& operator=(const KRLIMutex&) { return *this; }
 
+  /// Takes the lock, blocking as the concrete lock does.
   virtual void v_lock() = 0;
+  /// Gives the lock up, as the concrete lock's unlock does.
   virtual void v_unlock() = 0;
 };
 
-// Recursive lock owned by a thread: the owner may lock it again and must
-// unlock it as often as it locked it; other threads block until then.
-// Neither operation reports a failure; a broken platform lock aborts.
-// Safe from any thread.
+/// Recursive lock owned by a thread: the owner may lock it again and must
+/// unlock it as often as it locked it; other threads block until then.
+/// Neither operation reports a failure; a broken platform lock aborts.
+/// Safe from any thread.
 class KRL_EXPORT KRLMutex : public KRLIMutex {
  public:
   KRLMutex();
-  // The mutex must be free. Leaves the platform lock in place after
-  // shutdown() found a system that needs it.
+  /// The mutex must be free. Leaves the platform lock in place after
+  /// shutdown() found a system that needs it.
   ~KRLMutex();
 
-  void lock();    // blocks until the calling thread owns the mutex
-  void unlock();  // gives up one level; the caller owns the mutex
+  void lock();    ///< blocks until the calling thread owns the mutex
+  void unlock();  ///< gives up one level; the caller owns the mutex
 
+  /// lock(), through the virtual table.
   void v_lock() override;
+  /// unlock(), through the virtual table.
   void v_unlock() override;
 
-  // Called by the host before unload. Sets the shutdown flag on systems
-  // whose version is 95 or 98, which this library never runs on here, so on
-  // Linux it changes nothing. Locks stay usable after it either way.
+  /// Called by the host before unload. Sets the shutdown flag on systems
+  /// whose version is 95 or 98, which this library never runs on here, so on
+  /// Linux it changes nothing. Locks stay usable after it either way.
   static void shutdown();
 
  private:
@@ -84,17 +91,17 @@ class KRL_EXPORT KRLMutex : public KRLIMutex {
   static unsigned char _inShutdown;
 };
 
-// Guard over any KRLIMutex, reached through v_lock/v_unlock.
+/// Guard over any KRLIMutex, reached through v_lock/v_unlock.
 class KRL_EXPORT KRLIMutex_var {
  public:
-  // Locks mtx (never null) whatever the flag; the flag arms the destructor.
+  /// Locks mtx (never null) whatever the flag; the flag arms the destructor.
   KRLIMutex_var(KRLIMutex* mtx, unsigned char release_flag);
-  ~KRLIMutex_var();  // unlocks if armed
+  ~KRLIMutex_var();  ///< unlocks if armed
 
-  void lock();    // locks, then arms
-  void unlock();  // disarms, then unlocks, armed or not
+  void lock();    ///< locks, then arms
+  void unlock();  ///< disarms, then unlocks, armed or not
 
-  // Copies the lock pointer and the flag; touches no lock.
+  /// Copies the lock pointer and the flag; touches no lock.
   KRLIMutex_var& operator=(const KRLIMutex_var& v);
 
  private:
@@ -105,20 +112,24 @@ class KRL_EXPORT KRLIMutex_var {
   unsigned char _release;
 };
 
-// Guard over a KRLMutex, reached without the virtual table.
+/// Guard over a KRLMutex, reached without the virtual table.
 class KRL_EXPORT KRLMutex_var {
  public:
-  // Locks mtx whatever the flag; the flag arms the destructor.
+  /// Locks mtx whatever the flag; the flag arms the destructor.
   KRLMutex_var(KRLMutex& mtx, unsigned char release_flag);
-  ~KRLMutex_var();  // unlocks if armed
+  ~KRLMutex_var();  ///< unlocks if armed
 
-  void lock();    // locks, then arms
-  void unlock();  // unlocks, armed or not, then disarms
+  void lock();    ///< locks, then arms
+  void unlock();  ///< unlocks, armed or not, then disarms
 
+  /// Non-zero while armed.
   unsigned char release_flag() const { return _release; }
+  /// Arms (non-zero) or disarms the destructor; touches no lock.
   void release_flag(unsigned char flag) { _release = flag; }
 
+  /// The guarded mutex.
   KRLMutex* operator->() { return &_mtx; }
+  /// The guarded mutex.
   operator KRLMutex*() { return &_mtx; }
 
  private:
@@ -129,26 +140,29 @@ class KRL_EXPORT KRLMutex_var {
   unsigned char _release;
 };
 
-// Guard over a KRLMutex that may start empty and take its mutex later,
-// once, through set().
+/// Guard over a KRLMutex that may start empty and take its mutex later,
+/// once, through set().
 class KRL_EXPORT KRLDMutex_var {
  public:
-  // Locks mtx unless it is null.
+  /// Locks mtx unless it is null.
   KRLDMutex_var(KRLMutex* mtx = 0, unsigned char release_flag = 1);
-  ~KRLDMutex_var();  // unlocks if it holds a mutex and is armed
+  ~KRLDMutex_var();  ///< unlocks if it holds a mutex and is armed
 
-  // The guard must be empty: a guard that holds or held a mutex aborts the
-  // process. Null leaves it empty; a mutex is stored and locked. The flag
-  // does not change.
+  /// The guard must be empty: a guard that holds or held a mutex aborts the
+  /// process. Null leaves it empty; a mutex is stored and locked. The flag
+  /// does not change.
   void set(KRLMutex* mtx);
-  // With a mutex: unlocks, armed or not, then disarms; the mutex stays
-  // stored. Empty: does nothing.
+  /// With a mutex: unlocks, armed or not, then disarms; the mutex stays
+  /// stored. Empty: does nothing.
   void unlock();
 
+  /// Non-zero while armed.
   unsigned char release_flag() const { return _release; }
+  /// Arms (non-zero) or disarms the destructor; touches no lock.
   void release_flag(unsigned char flag) { _release = flag; }
 
-  KRLMutex* operator->() { return _mtx; }  // null when empty
+  KRLMutex* operator->() { return _mtx; }  ///< null when empty
+  /// The guarded mutex; null when empty.
   operator KRLMutex*() { return _mtx; }
 
  private:
