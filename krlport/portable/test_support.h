@@ -1,14 +1,18 @@
-// Scoped fixtures for the tests of this directory, each undone at the end of
-// its scope: a temporary directory, an environment variable, a capture of
-// std::cout.
+// Scoped fixtures for the tests, each undone at the end of its scope: a
+// temporary directory, an environment variable, a capture of std::cout; the
+// whole text of a file, and what a call writes to descriptor 2.
 #ifndef KRLPORT_PORTABLE_TEST_SUPPORT_H_
 #define KRLPORT_PORTABLE_TEST_SUPPORT_H_
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -58,6 +62,28 @@ class ScopedEnv {
   bool _had;
   std::string _old;
 };
+
+inline std::string slurp(const std::string& path) {
+  std::ostringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
+}
+
+// Through a file in the current directory, the test's own (GoogleTest's
+// capture would write below /tmp).
+inline std::string stderr_of(const std::function<void()>& f) {
+  const char* const path = "stderr_of";
+  std::fflush(stderr);
+  const int saved = ::dup(2);
+  const int file = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  ::dup2(file, 2);
+  ::close(file);
+  f();
+  std::fflush(stderr);
+  ::dup2(saved, 2);
+  ::close(saved);
+  return slurp(path);
+}
 
 class CoutCapture {
  public:
