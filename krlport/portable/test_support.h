@@ -1,5 +1,5 @@
 // Scoped fixtures for the tests, each undone at the end of its scope: a
-// temporary directory, an environment variable, a capture of std::cout; the
+// temporary directory, an environment variable, a capture of a std stream; the
 // whole text of a file, and what a call writes to descriptor 2.
 #ifndef KRLPORT_PORTABLE_TEST_SUPPORT_H_
 #define KRLPORT_PORTABLE_TEST_SUPPORT_H_
@@ -85,17 +85,19 @@ inline std::string stderr_of(const std::function<void()>& f) {
   return slurp(path);
 }
 
-class CoutCapture {
+// Redirects s (std::cout unless named) into a string while alive.
+class Capture {
  public:
-  CoutCapture() : _old(std::cout.rdbuf(_buf.rdbuf())) {}
-  ~CoutCapture() { std::cout.rdbuf(_old); }
-  CoutCapture(const CoutCapture&) = delete;
-  CoutCapture& operator=(const CoutCapture&) = delete;
+  explicit Capture(std::ostream& s = std::cout) : _s(s), _old(s.rdbuf(_text.rdbuf())) {}
+  ~Capture() { _s.rdbuf(_old); }
+  Capture(const Capture&) = delete;
+  Capture& operator=(const Capture&) = delete;
 
-  std::string text() const { return _buf.str(); }
+  std::string text() const { return _text.str(); }
 
  private:
-  std::ostringstream _buf;
+  std::ostream& _s;
+  std::ostringstream _text;
   std::streambuf* _old;
 };
 

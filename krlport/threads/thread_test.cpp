@@ -103,7 +103,7 @@ TEST(ThreadTest, BodyRunsOnItsThreadAndACorbaExceptionSkipsTheCleanUp) {
   const CORBA_BAD_PARAM thrown(7, CORBA::COMPLETED_MAYBE);
   std::ostringstream body;
   body << thrown;
-  krl_test::CoutCapture out;
+  krl_test::Capture out;
   Task failing([&] { throw thrown; });
   failing.run();
   EXPECT_EQ(out.text(), "KRLThread::_start: unhandled exception in thread\n" + body.str() + "\n");
