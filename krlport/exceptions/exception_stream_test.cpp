@@ -48,7 +48,7 @@ CORBA_Exception* read_back(const std::string& text, unsigned long& next) {
 }
 
 std::string readable(const CORBA_Exception& e) {
-  krl_test::CoutCapture capture;  // on std::cout strings come out plain
+  krl_test::Capture capture;  // on std::cout strings come out plain
   KRLostream s(std::cout);
   e._pretty_print(s);
   return capture.text();

@@ -54,27 +54,19 @@ TEST_P(DictionaryProbe, RemovalClosesTheHoleAcrossTheWrap) {
   for (long id : {1, 3, 4, 5}) EXPECT_EQ(d.get(At(id, id == 3 ? 31 : 1)), id);
 }
 
+// A hit through the hint needs no hash; a hint beyond the table, as a resize
+// to fewer slots may leave it, is ignored.
 TEST(Dictionary, LastSlotHint) {
   Dict d;
   for (long i = 1; i <= 4; ++i) d.insert(At(i, 4 * i), int(i));
-  EXPECT_EQ(d._last_slot, 16u);  // an insertion makes its slot the hint
   EXPECT_EQ(d.get(At(1, 4)), 1);
-  EXPECT_EQ(d._last_slot, 4u);  // so does a probe hit
   g_hashes = 0;
   EXPECT_TRUE(d.contains(At(2, 8)));  // neither uses nor sets it
-  EXPECT_EQ(d.get(At(1, 4)), 1);      // answered by the hint, without a hash
+  EXPECT_EQ(d.get(At(1, 4)), 1);
   EXPECT_EQ(g_hashes, 1);
-  int v;
-  for (int how = 0; how < 6; ++how) {  // a removal by probe keeps it, of the hinted key resets it
-    d.insert(At(10, 20), 10);
-    if (how % 2 == 0) d.get(At(1, 4));
-    const Key k = At(10, 20);
-    EXPECT_TRUE(how < 2 ? d.remove(k) : how < 4 ? d.take(k) == 10 : d.extract(k, v));
-    EXPECT_EQ(d._last_slot, how % 2 == 0 ? 4u : 0u) << how;
-  }
   d.resize(0);  // a heap table: its hash words follow the slot pointers
   d.insert(At(11, 0), 11);
-  d._last_slot = 32;  // beyond the table, as a resize to fewer slots may leave it
+  d._last_slot = 32;
   EXPECT_EQ(d.get(At(1, 4)), 1);
 }
 

@@ -9,7 +9,9 @@ namespace {
 TEST(StringVarTest, ConstructionAndCopyStates) {
   CORBA_String_var def, nil(static_cast<char*>(nullptr));
   EXPECT_STREQ(def.in(), "");
+  EXPECT_EQ(CORBA::is_nil(def.in()), 0);
   EXPECT_EQ(nil.in(), nullptr);
+  EXPECT_EQ(CORBA::is_nil(nil.in()), 1);
   char* owned = CORBA::string_dup("adopted");
   EXPECT_EQ(CORBA_String_var(owned).in(), owned);  // adopts, and frees at its end
 

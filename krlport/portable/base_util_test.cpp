@@ -83,8 +83,8 @@ TEST(BaseUtilTest, ProcessMemoryIsInKibibytes) {
 // int holds: the figure stops at INT_MAX instead of wrapping negative.
 TEST(BaseUtilTest, ProcessMemoryAboveTwoTebibytesSaturates) {
   const std::size_t size = std::size_t{4} << 40;
-  void* const p = ::mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE,
-                         -1, 0);
+  void* const p =
+      ::mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
   if (p == MAP_FAILED) GTEST_SKIP() << "no room for a 4 TiB reservation";
   int commit = -1;
   int resident = -1;

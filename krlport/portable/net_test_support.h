@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <optional>
+#include <vector>
 
 #include "krlport/exceptions/system_exception.h"
 
@@ -39,20 +40,23 @@ inline unsigned long stored(unsigned long minor) {
   return CORBA_COMM_FAILURE(minor, CORBA::COMPLETED_NO).minor();
 }
 
-// body(last) run in a forked child whose descriptor table (limit 64) is full,
-// last the last descriptor opened; its result is the child's exit status.
+// Lowers the descriptor limit to 64 and fills the table; returns what it opened.
+inline std::vector<int> fill_descriptor_table() {
+  rlimit limit;
+  ::getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = 64;
+  ::setrlimit(RLIMIT_NOFILE, &limit);
+  std::vector<int> opened;
+  for (int fd; (fd = ::open("/dev/null", O_RDONLY)) >= 0;) opened.push_back(fd);
+  return opened;
+}
+
+// body(last) run in a forked child whose descriptor table is full, last the
+// last descriptor opened; its result is the child's exit status.
 template <class F>
 int in_child_without_descriptors(F&& body) {
   const pid_t pid = ::fork();
-  if (pid == 0) {
-    rlimit limit;
-    ::getrlimit(RLIMIT_NOFILE, &limit);
-    limit.rlim_cur = 64;
-    ::setrlimit(RLIMIT_NOFILE, &limit);
-    int last = -1;
-    for (int fd; (fd = ::open("/dev/null", O_RDONLY)) >= 0;) last = fd;
-    ::_exit(body(last));
-  }
+  if (pid == 0) ::_exit(body(fill_descriptor_table().back()));
   int status = 0;
   ::waitpid(pid, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;

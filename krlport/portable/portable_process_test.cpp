@@ -41,7 +41,7 @@ TEST(PortableProcessTest, KillEndsAForkedChild) {
 }
 
 TEST(PortableTextTest, ConvertToWide) {
-  krl_test::CoutCapture valid;
+  krl_test::Capture valid;
   EXPECT_EQ(KRLPortable::_convert_to_wide(nullptr), nullptr);
   const std::pair<const char*, std::u16string> cases[] = {
       {"", u""},
@@ -56,7 +56,7 @@ TEST(PortableTextTest, ConvertToWide) {
   EXPECT_EQ(valid.text(), "");
   // Truncated, overlong, an encoded surrogate.
   for (const char* invalid : {"\xC3", "\xC0\xAF", "\xED\xA0\x80"}) {
-    krl_test::CoutCapture cap;
+    krl_test::Capture cap;
     EXPECT_EQ(KRLPortable::_convert_to_wide(invalid), nullptr);
     EXPECT_EQ(cap.text(),
               std::string("Conversion to wchar failed: ") + std::strerror(EILSEQ) + "\n");

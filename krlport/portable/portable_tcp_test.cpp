@@ -154,20 +154,13 @@ TEST(TcpConnectDeathTest, NoFreeDescriptorLeavesThisHostsAddressUnasked) {
         thrown<CORBA_NO_RESOURCES>([] { KRLPortable::socketError(EMFILE, ""); });
         in_addr dotted;
         KRLPortable::ipAddr(AF_INET, &dotted, "127.0.0.1");  // a KRLMutex, and no look-up
-        rlimit limit;
-        ::getrlimit(RLIMIT_NOFILE, &limit);
-        limit.rlim_cur = 64;
-        ::setrlimit(RLIMIT_NOFILE, &limit);
-        std::vector<int> held;
-        for (int fd; (fd = ::open("/dev/null", O_RDONLY)) >= 0;) held.push_back(fd);
-        const bool no_resources =
-            thrown<CORBA_NO_RESOURCES>([] { KRLPortable::tcpConnect("127.0.0.1", 9, 0, nullptr); })
-                .has_value();
+        const std::vector<int> held = fill_descriptor_table();
+        const auto connect = [] { KRLPortable::tcpConnect("127.0.0.1", 9, 0, nullptr); };
+        const bool no_resources = thrown<CORBA_NO_RESOURCES>(connect).has_value();
         for (int fd : held) ::close(fd);
         const CORBA_String_var mine(KRLPortable::ip_addr(nullptr));
-        std::exit(no_resources && mine.in() != nullptr && std::string(mine.in()) == "10.1.2.3"
-                      ? 0
-                      : 1);
+        const bool asked_now = mine.in() != nullptr && std::string(mine.in()) == "10.1.2.3";
+        std::exit(no_resources && asked_now ? 0 : 1);
       },
       ::testing::ExitedWithCode(0), "");
 }

@@ -1,14 +1,18 @@
-// Scoped fixtures for the tests of this directory, each undone at the end of
-// its scope: a temporary directory, an environment variable, a capture of
-// std::cout.
+// Scoped fixtures for the tests, each undone at the end of its scope: a
+// temporary directory, an environment variable, a capture of a std stream; the
+// whole text of a file, and what a call writes to descriptor 2.
 #ifndef KRLPORT_PORTABLE_TEST_SUPPORT_H_
 #define KRLPORT_PORTABLE_TEST_SUPPORT_H_
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -59,17 +63,41 @@ class ScopedEnv {
   std::string _old;
 };
 
-class CoutCapture {
- public:
-  CoutCapture() : _old(std::cout.rdbuf(_buf.rdbuf())) {}
-  ~CoutCapture() { std::cout.rdbuf(_old); }
-  CoutCapture(const CoutCapture&) = delete;
-  CoutCapture& operator=(const CoutCapture&) = delete;
+inline std::string slurp(const std::string& path) {
+  std::ostringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
+}
 
-  std::string text() const { return _buf.str(); }
+// Through a file in the current directory, the test's own (GoogleTest's
+// capture would write below /tmp).
+inline std::string stderr_of(const std::function<void()>& f) {
+  const char* const path = "stderr_of";
+  std::fflush(stderr);
+  const int saved = ::dup(2);
+  const int file = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  ::dup2(file, 2);
+  ::close(file);
+  f();
+  std::fflush(stderr);
+  ::dup2(saved, 2);
+  ::close(saved);
+  return slurp(path);
+}
+
+// Redirects s (std::cout unless named) into a string while alive.
+class Capture {
+ public:
+  explicit Capture(std::ostream& s = std::cout) : _s(s), _old(s.rdbuf(_text.rdbuf())) {}
+  ~Capture() { _s.rdbuf(_old); }
+  Capture(const Capture&) = delete;
+  Capture& operator=(const Capture&) = delete;
+
+  std::string text() const { return _text.str(); }
 
  private:
-  std::ostringstream _buf;
+  std::ostream& _s;
+  std::ostringstream _text;
   std::streambuf* _old;
 };
 

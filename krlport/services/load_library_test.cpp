@@ -22,9 +22,6 @@ namespace {
 using krl_internal::LoadLibraryPeer;
 constexpr char kPlugin[] = "libkrltestplugin_r.so";  // found through the test's run path
 
-const krl_test::TempDir g_log_dir;  // a failed Load builds the logger; its files go here
-const int g_log_env = ::setenv("KORLAN_ADM", g_log_dir.path().c_str(), 1);
-
 bool loaded(const char* name) {  // the probe's reference goes back
   void* handle = ::dlopen(name, RTLD_NOW | RTLD_NOLOAD);
   return handle != nullptr && ::dlclose(handle) == 0;
@@ -55,9 +52,8 @@ TEST(LoadLibraryTest, LoadsOnceUnloadsOnlyByTheRecordedNameAndReleasesAll) {
 TEST(LoadLibraryTest, AMissingLibraryIsReportedOnCerrOrRaisedAsLoadError) {
   const std::string missing = "krl_no_such_library", tail = "]: \n";
   for (const std::string& name : {missing, std::string(3000, 'x')}) {
-    testing::internal::CaptureStderr();
-    KRLLoadLibrary::instance()->Load(name.c_str());
-    EXPECT_EQ("LoadLibrary failed for [" + name + tail, testing::internal::GetCapturedStderr());
+    EXPECT_EQ("LoadLibrary failed for [" + name + tail,
+              krl_test::stderr_of([&] { KRLLoadLibrary::instance()->Load(name.c_str()); }));
   }
   EXPECT_EQ(0u, LoadLibraryPeer::table()._count);
   try {

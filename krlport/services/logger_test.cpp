@@ -4,6 +4,7 @@
 #include <limits.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -18,14 +19,10 @@ namespace {
 
 namespace fs = std::filesystem;
 using krl_test::ScopedEnv;
+using krl_test::slurp;
 
-// KORLAN_ADM points at a temporary directory before any test of this binary
-// makes the logger, so that none writes below /korlan.
-struct LogDir : ::testing::Environment {
-  LogDir() { ::setenv("KORLAN_ADM", (dir.path() + "/adm").c_str(), 1); }
-  krl_test::TempDir dir;
-};
-LogDir* const log_dir = static_cast<LogDir*>(::testing::AddGlobalTestEnvironment(new LogDir));
+// The test's own directory: KORLAN_ADM, and the current directory.
+const std::string g_dir = std::getenv("KORLAN_ADM");
 
 // Counts live objects, so that a test sees how often the logger deletes.
 struct TrackedStream : std::ostream {
@@ -38,14 +35,8 @@ struct TrackedStream : std::ostream {
   static inline int live = 0, reported = 0;
 };
 
-std::string slurp(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
-
 TEST(LoggerLogTo, MakesTheDirectoriesEmptiesTheFileAndNeedsRoomForThePath) {
-  const std::string adm = log_dir->dir.path() + "/a/b";
+  const std::string adm = g_dir + "/a/b";
   ScopedEnv env("KORLAN_ADM", adm.c_str());
   const std::string expected = adm + "/log/x.log";
   char path[PATH_MAX];
@@ -65,8 +56,6 @@ TEST(LoggerLogTo, MakesTheDirectoriesEmptiesTheFileAndNeedsRoomForThePath) {
 }
 
 TEST(LoggerLogTo, RelativeAdmAndUnmakeableDirectoryUseTheCurrentDirectory) {
-  const fs::path old_cwd = fs::current_path();
-  fs::current_path(log_dir->dir.path());
   std::ofstream("plain_file") << "in the way";
   char path[PATH_MAX];
   const char* const cases[][2] = {{"rel", "rel/log/f.log"}, {"plain_file/adm", "f.log"}};
@@ -76,7 +65,6 @@ TEST(LoggerLogTo, RelativeAdmAndUnmakeableDirectoryUseTheCurrentDirectory) {
     EXPECT_STREQ(path, c[1]);
     EXPECT_TRUE(fs::exists(c[1]));
   }
-  fs::current_path(old_cwd);
 }
 
 TEST(LoggerSlots, SharedStreamStaysWhileASlotHoldsItAndGoesOnceAfterwards) {
@@ -101,7 +89,7 @@ TEST(LoggerSlots, SharedStreamStaysWhileASlotHoldsItAndGoesOnceAfterwards) {
   KRLLogger::replace_log(other, 0);
   EXPECT_EQ(TrackedStream::live, live);
 
-  fs::create_directories(log_dir->dir.path() + "/adm/log/dir.log");
+  fs::create_directories(g_dir + "/log/dir.log");
   EXPECT_EQ(KRLLogger::log_to("dir.log", path, sizeof path, 4), 0);  // can't open a directory
   EXPECT_EQ(&logger.log(), &other);
   for (auto replace : {KRLLogger::replace_out, KRLLogger::replace_err, KRLLogger::replace_log}) {
@@ -113,7 +101,7 @@ TEST(LoggerSlots, ReplaceStreamFillsOneSlotAndKeepsTheDisplacedStreamOpen) {
   KRLLogger& logger = KRLLogger::instance();
   TrackedStream* const displaced = new TrackedStream;
   KRLLogger::replace_log(*displaced, 1);
-  const std::string file = log_dir->dir.path() + "/replaced.log";
+  const std::string file = g_dir + "/replaced.log";
   const int live = TrackedStream::live;
   logger.replace_stream(file.c_str(), 6);
   EXPECT_EQ(TrackedStream::live, live);
@@ -121,7 +109,7 @@ TEST(LoggerSlots, ReplaceStreamFillsOneSlotAndKeepsTheDisplacedStreamOpen) {
   std::ostream* const log_now = &logger.log();
   *log_now << "log slot" << std::flush;
   EXPECT_EQ(slurp(file), "log slot");
-  logger.replace_stream((log_dir->dir.path() + "/no/dir.log").c_str(), 4);
+  logger.replace_stream((g_dir + "/no/dir.log").c_str(), 4);
   EXPECT_EQ(&logger.log(), log_now);
 }
 
@@ -142,7 +130,7 @@ TEST(LoggerDeathTest, ExitDeletesEachOwnedStreamOnce) {
 // The displaced stream is the host's again: deleting it, or putting it back
 // owned, must not meet a second delete by the logger at exit.
 TEST(LoggerDeathTest, StreamDisplacedByReplaceStreamIsTheHostsToDeleteOrPutBack) {
-  const std::string file = log_dir->dir.path() + "/displacing.log";
+  const std::string file = g_dir + "/displacing.log";
   for (const bool put_back : {false, true}) {
     EXPECT_EXIT(
         {
@@ -167,7 +155,7 @@ TEST(LoggerDeathTest, StreamDisplacedByReplaceStreamIsTheHostsToDeleteOrPutBack)
 // exception on it is written as on any plain stream.
 TEST(LoggerDeathTest, StandardStreamStandingInForAnEmptySlotIsNoLogStream) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process whose logger is not built yet
-  const std::string adm = log_dir->dir.path() + "/blocked";
+  const std::string adm = g_dir + "/blocked";
   EXPECT_EXIT(
       {
         for (const char* name : {"krlout.log", "krlerr.log", "krllog.log"}) {

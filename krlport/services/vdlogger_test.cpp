@@ -17,11 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using krl_internal::end_record;
-
-std::string slurp(const std::string& path) {
-  std::ifstream in(path);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
+using krl_test::slurp;
 
 long heads(const std::string& text) {
   static const std::regex head("=> ");

@@ -8,6 +8,7 @@
 
 #include "krlport/frame/corba.h"
 #include "krlport/frame/wstring_var.h"
+#include "krlport/portable/test_support.h"
 #include "krlport/streams/ostream.h"
 #include "krlport/streams/stream_test_support.h"
 

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "krlport/frame/wstring_var.h"
+#include "krlport/portable/test_support.h"
 #include "krlport/streams/istream.h"
 #include "krlport/streams/offset_table.h"
 #include "krlport/streams/stream_test_support.h"

@@ -1,5 +1,4 @@
-// Test helpers: streams with no std stream behind them, and a capture of what
-// a std stream such as std::cerr receives.
+// Test helpers: streams with no std stream behind them.
 #ifndef KRLPORT_STREAMS_STREAM_TEST_SUPPORT_H_
 #define KRLPORT_STREAMS_STREAM_TEST_SUPPORT_H_
 
@@ -13,19 +12,6 @@
 #include "krlport/streams/ostream.h"
 
 namespace krl_test {
-
-// Redirects s into a string while alive.
-class Capture {
- public:
-  explicit Capture(std::ostream& s) : _s(s), _old(s.rdbuf(_text.rdbuf())) {}
-  ~Capture() { _s.rdbuf(_old); }
-  std::string text() const { return _text.str(); }
-
- private:
-  std::ostream& _s;
-  std::ostringstream _text;
-  std::streambuf* _old;
-};
 
 // An encoding of its own: records the calls it overrides.
 class RecordingOstream : public KRLostream {

@@ -17,19 +17,15 @@
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/platform/event.h"
 #include "krlport/platform/lock.h"
+#include "krlport/portable/test_support.h"
+#include "krlport/threads/thread_test_peers.h"
 
 namespace {
 
 using krl_internal::condition_capacity;
 using krl_internal::condition_waiters;
+using krl_test::await;
 using namespace std::chrono_literals;
-
-// Polls until p holds; 20 s without it is a hang.
-template <class P>
-void await(P p) {
-  for (int i = 0; !p() && i < 20000; ++i) std::this_thread::sleep_for(1ms);
-  if (!p()) std::abort();
-}
 
 TEST(KRLConditionTest, SignalOrderArrayGrowthAndGuardForms) {
   KRLMutex m;
@@ -116,14 +112,15 @@ TEST(KRLConditionTest, TimeLimits) {
     EXPECT_TRUE(g_limit <= k.passed && g_limit > k.passed - 100) << k.limit << ": " << g_limit;
   }
   // Low bits 0xFFFFFFFF: no limit. A failed sleep leaves no lock held.
-  testing::internal::CaptureStderr();
-  try {
-    c.timedwait(m, 0x1FFFFFFFFull);
-    ADD_FAILURE() << "no CORBA_NO_RESOURCES";
-  } catch (const CORBA_NO_RESOURCES& e) {
-    EXPECT_EQ(e.minor(), CORBA::OMGVMCID | EINVAL);
-  }
-  EXPECT_EQ(testing::internal::GetCapturedStderr().rfind("WaitForSingleObject: ", 0), 0u);
+  const std::string err = krl_test::stderr_of([&] {
+    try {
+      c.timedwait(m, 0x1FFFFFFFFull);
+      ADD_FAILURE() << "no CORBA_NO_RESOURCES";
+    } catch (const CORBA_NO_RESOURCES& e) {
+      EXPECT_EQ(e.minor(), CORBA::OMGVMCID | EINVAL);
+    }
+  });
+  EXPECT_EQ(err.rfind("WaitForSingleObject: ", 0), 0u);
   krl_internal::set_event_sleep_call(nullptr);
   EXPECT_EQ(g_limit, kForever);
   EXPECT_EQ(lock_word(m), 0);
@@ -176,15 +173,15 @@ TEST(KRLConditionTest, FailedWaitUnderAnArmedGuardReachesTheCaller) {
   KRLMutex m;
   KRLCondition c;
   krl_internal::set_event_sleep_call(&failing_sleep);
-  testing::internal::CaptureStderr();
   bool caught = false;
-  try {
-    KRLMutex_var g(m, 1);
-    c.wait(m);
-  } catch (const CORBA_NO_RESOURCES& e) {
-    caught = e.minor() == (CORBA::OMGVMCID | EINVAL);
-  }
-  testing::internal::GetCapturedStderr();
+  krl_test::stderr_of([&] {
+    try {
+      KRLMutex_var g(m, 1);
+      c.wait(m);
+    } catch (const CORBA_NO_RESOURCES& e) {
+      caught = e.minor() == (CORBA::OMGVMCID | EINVAL);
+    }
+  });
   krl_internal::set_event_sleep_call(nullptr);
   EXPECT_TRUE(caught);
   EXPECT_EQ(lock_word(m), 0);

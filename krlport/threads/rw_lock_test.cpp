@@ -13,19 +13,15 @@
 
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/platform/event.h"
+#include "krlport/portable/test_support.h"
+#include "krlport/threads/thread_test_peers.h"
 
 namespace {
 
 using krl_internal::rw_lock_state;
+using krl_test::await;
 using namespace std::chrono_literals;
 using Enter = void (KRLRWLock::*)();
-
-// Polls until p holds; 20 s without it is a hang.
-template <class P>
-void await(P p) {
-  for (int i = 0; !p() && i < 20000; ++i) std::this_thread::sleep_for(1ms);
-  if (!p()) std::abort();
-}
 
 unsigned long asleep(KRLRWLock& l) {
   return krl_internal::rw_lock_sleeping_readers(l) + krl_internal::rw_lock_sleeping_writers(l);
@@ -116,16 +112,16 @@ TEST(KRLRWLockTest, FailedWriterWaitDoesNotShutReadersOut) {
   KRLRWLock l;
   std::string log;
   krl_internal::set_event_sleep_call(&first_sleep_fails);
-  testing::internal::CaptureStderr();
-  l.read_lock();
-  std::thread writer = sleeper(l, &KRLRWLock::write_lock, log, 'W');
-  await([] { return g_sleeps == 1; });  // the writer's is the first sleep
-  std::thread reader = sleeper(l, &KRLRWLock::read_lock, log, 'R');
-  g_fail_now = true;
-  await([&] { return asleep(l) == 0; });
-  writer.join();
-  reader.join();
-  testing::internal::GetCapturedStderr();
+  krl_test::stderr_of([&] {
+    l.read_lock();
+    std::thread writer = sleeper(l, &KRLRWLock::write_lock, log, 'W');
+    await([] { return g_sleeps == 1; });  // the writer's is the first sleep
+    std::thread reader = sleeper(l, &KRLRWLock::read_lock, log, 'R');
+    g_fail_now = true;
+    await([&] { return asleep(l) == 0; });
+    writer.join();
+    reader.join();
+  });
   krl_internal::set_event_sleep_call(nullptr);
   EXPECT_EQ(log, "R");
   l.unlock();

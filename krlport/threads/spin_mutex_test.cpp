@@ -4,38 +4,13 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
-#include <new>
 #include <thread>
 #include <type_traits>
 #include <vector>
 
+#include "krlport/frame/alloc_test_support.h"
 #include "krlport/threads/spin_pool.h"
-
-// This binary's heap fills new blocks with garbage, so a zeroed block was
-// zeroed by the pool, and it reports the deletion of one watched block.
-namespace {
-std::atomic<void*> g_watched{nullptr};
-std::atomic<bool> g_watched_deleted{false};
-
-void* allocate(std::size_t n) {
-  void* p = std::malloc(n == 0 ? 1 : n);
-  return p != nullptr ? std::memset(p, 0xA5, n) : nullptr;
-}
-void deallocate(void* p) {
-  if (p != nullptr && p == g_watched.load()) g_watched_deleted = true;
-  std::free(p);
-}
-}  // namespace
-
-void* operator new(std::size_t n, const std::nothrow_t&) noexcept { return allocate(n); }
-void* operator new(std::size_t n) {
-  if (void* p = allocate(n)) return p;
-  throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept { deallocate(p); }
-void operator delete(void* p, std::size_t) noexcept { deallocate(p); }
 
 namespace {
 
@@ -118,8 +93,8 @@ TEST(SpinMutexTest, CopiesShareTheSourcesBlockWhichGoesBackOnce) {
   expect_copy_excludes_source<KRLRSpinMutex>();
 }
 
-// New blocks are zeroed; the pool keeps 32 and deletes the 33rd; last in,
-// first out.
+// New blocks are zeroed (the heap gives garbage); the pool keeps 32 and
+// deletes the 33rd; last in, first out.
 template <class Pool>
 void expect_pool_behaviour(Pool& pool) {
   using Block = std::remove_pointer_t<decltype(pool.get())>;
@@ -133,10 +108,10 @@ void expect_pool_behaviour(Pool& pool) {
   Block* extra = fresh.back();
   fresh.pop_back();
   put_all(fresh, pool);
-  g_watched = extra;
+  krl_test::Allocations::watched = extra;
   pool.put(extra);  // the 33rd
-  EXPECT_TRUE(g_watched_deleted.exchange(false));
-  g_watched = nullptr;
+  EXPECT_TRUE(krl_test::Allocations::watched_deleted.exchange(false));
+  krl_test::Allocations::watched = nullptr;
   const auto back = take_all(pool);
   EXPECT_EQ(back, std::vector<Block*>(fresh.rbegin(), fresh.rend()));
   put_all(back, pool);
