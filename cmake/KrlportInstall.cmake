@@ -26,3 +26,27 @@ install(FILES ${PROJECT_BINARY_DIR}/krlportConfig.cmake ${PROJECT_BINARY_DIR}/kr
 file(RELATIVE_PATH KRL_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/krlport.pc.in ${PROJECT_BINARY_DIR}/krlport.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/krlport.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# Checks over an installed tree. install_tree installs the build under
+# install-check/ of the build tree; the checks that read it require it.
+if(KRLPORT_BUILD_TESTS)
+  set(_krl_check_prefix ${PROJECT_BINARY_DIR}/install-check)
+  add_test(NAME install_tree COMMAND ${CMAKE_COMMAND} -DBUILD_DIR=${PROJECT_BINARY_DIR}
+    -DPREFIX=${_krl_check_prefix} -DCONFIG=$<CONFIG> -P ${PROJECT_SOURCE_DIR}/cmake/krl_install_tree.cmake)
+  set_tests_properties(install_tree PROPERTIES FIXTURES_SETUP krl_install_tree)
+
+  # Every function the installed headers declare out of line is a dynamic
+  # symbol of the shared library, and none is internal: a declaration that
+  # is not links against the static library and fails against the shared one.
+  find_package(Python3 COMPONENTS Interpreter QUIET)
+  find_program(KRL_CLANGXX NAMES clang++ clang++-14)
+  if(Python3_Interpreter_FOUND AND KRL_CLANGXX)
+    add_test(NAME installed_headers_exported COMMAND Python3::Interpreter
+      ${PROJECT_SOURCE_DIR}/cmake/krl_check_exports.py ${KRL_CLANGXX}
+      ${_krl_check_prefix}/${CMAKE_INSTALL_INCLUDEDIR}
+      ${_krl_check_prefix}/${CMAKE_INSTALL_LIBDIR}/$<TARGET_FILE_NAME:krlport> ${CMAKE_NM})
+    set_tests_properties(installed_headers_exported PROPERTIES FIXTURES_REQUIRED krl_install_tree)
+  else()
+    message(STATUS "python3 or clang++ not found: installed_headers_exported is skipped")
+  endif()
+endif()

@@ -17,6 +17,8 @@
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/platform/event.h"
 #include "krlport/platform/lock.h"
+#include "krlport/threads/condition_internal.h"
+#include "krlport/threads/mutex_internal.h"
 
 namespace {
 

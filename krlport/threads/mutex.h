@@ -25,12 +25,9 @@ struct alignas(8) LockStorage {
   unsigned char _bytes[40];
 };
 
-// Internal: the platform lock inside a mutex, for the library's own
-// condition and read-write lock code.
-LockStorage& lock_of(KRLMutex& m);
-// Internal, for tests: the process-wide shutdown flag of KRLMutex.
-unsigned char mutex_shutdown_flag();
-void set_mutex_shutdown_flag(unsigned char flag);
+// Internal: reaches the private members of KRLMutex
+// (krlport/threads/mutex_internal.h).
+struct MutexAccess;
 
 }  // namespace krl_internal
 
@@ -71,9 +68,7 @@ class KRL_EXPORT KRLMutex : public KRLIMutex {
  private:
   friend class KRLCondition;
   friend class KRLRWLock;
-  friend krl_internal::LockStorage& krl_internal::lock_of(KRLMutex& m);
-  friend unsigned char krl_internal::mutex_shutdown_flag();
-  friend void krl_internal::set_mutex_shutdown_flag(unsigned char flag);
+  friend struct krl_internal::MutexAccess;
 
   KRLMutex(const KRLMutex&) = delete;
   KRLMutex& operator=(const KRLMutex&) = delete;

@@ -13,6 +13,7 @@
 
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/platform/event.h"
+#include "krlport/threads/rw_lock_internal.h"
 
 namespace {
 
