@@ -33,7 +33,7 @@ if(KRLPORT_BUILD_TESTS)
   set(_krl_check_prefix ${PROJECT_BINARY_DIR}/install-check)
   add_test(NAME install_tree COMMAND ${CMAKE_COMMAND} -DBUILD_DIR=${PROJECT_BINARY_DIR}
     -DPREFIX=${_krl_check_prefix} -DCONFIG=$<CONFIG> -P ${PROJECT_SOURCE_DIR}/cmake/krl_install_tree.cmake)
-  set_tests_properties(install_tree PROPERTIES FIXTURES_SETUP krl_install_tree)
+  set_tests_properties(install_tree PROPERTIES FIXTURES_SETUP krl_install_tree LABELS install)
 
   # Every function the installed headers declare out of line is a dynamic
   # symbol of the shared library, and none is internal: a declaration that
@@ -45,8 +45,28 @@ if(KRLPORT_BUILD_TESTS)
       ${PROJECT_SOURCE_DIR}/cmake/krl_check_exports.py ${KRL_CLANGXX}
       ${_krl_check_prefix}/${CMAKE_INSTALL_INCLUDEDIR}
       ${_krl_check_prefix}/${CMAKE_INSTALL_LIBDIR}/$<TARGET_FILE_NAME:krlport> ${CMAKE_NM})
-    set_tests_properties(installed_headers_exported PROPERTIES FIXTURES_REQUIRED krl_install_tree)
+    set_tests_properties(installed_headers_exported PROPERTIES FIXTURES_REQUIRED krl_install_tree
+      LABELS install)
   else()
     message(STATUS "python3 or clang++ not found: installed_headers_exported is skipped")
   endif()
+
+  # Each installed header compiles alone, included as an ordinary header
+  # (a pkg-config user's -I), with strict warnings as errors.
+  find_program(KRL_GXX NAMES g++)
+  foreach(_krl_cxx IN ITEMS KRL_GXX KRL_CLANGXX)
+    if(NOT ${_krl_cxx})
+      continue()
+    endif()
+    string(TOLOWER ${_krl_cxx} _krl_name)
+    string(REGEX REPLACE "^krl_" "" _krl_name ${_krl_name})
+    foreach(_krl_std 17 20)
+      set(_krl_test installed_headers_compile_${_krl_name}_cxx${_krl_std})
+      add_test(NAME ${_krl_test} COMMAND ${CMAKE_COMMAND} -DCOMPILER=${${_krl_cxx}}
+        -DSTD=${_krl_std} -DINCLUDE_DIR=${_krl_check_prefix}/${CMAKE_INSTALL_INCLUDEDIR}
+        -DWORK_DIR=${PROJECT_BINARY_DIR}/${_krl_test}
+        -P ${PROJECT_SOURCE_DIR}/cmake/krl_compile_headers.cmake)
+      set_tests_properties(${_krl_test} PROPERTIES FIXTURES_REQUIRED krl_install_tree LABELS install)
+    endforeach()
+  endforeach()
 endif()

@@ -32,7 +32,7 @@ struct MutexAccess;
 }  // namespace krl_internal
 
 // The abstract lock. No virtual destructor: locks are never deleted through
-// this type.
+// this type, and the protected one keeps them from being so.
 class KRL_EXPORT KRLIMutex {
  public:
   KRLIMutex() {}
@@ -41,13 +41,16 @@ class KRL_EXPORT KRLIMutex {
 
   virtual void v_lock() = 0;
   virtual void v_unlock() = 0;
+
+ protected:
+  ~KRLIMutex() = default;
 };
 
 // Recursive lock owned by a thread: the owner may lock it again and must
 // unlock it as often as it locked it; other threads block until then.
 // Neither operation reports a failure; a broken platform lock aborts.
-// Safe from any thread.
-class KRL_EXPORT KRLMutex : public KRLIMutex {
+// Safe from any thread. Final: its destructor is not virtual.
+class KRL_EXPORT KRLMutex final : public KRLIMutex {
  public:
   KRLMutex();
   // The mutex must be free. Leaves the platform lock in place after
