@@ -11,6 +11,7 @@
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/frame/string_var.h"
 #include "krlport/services/logger.h"
+#include "krlport/services/logger_internal.h"
 #include "krlport/streams/istream.h"
 #include "krlport/streams/ostream.h"
 #include "krlport/streams/string_stream_ops.h"

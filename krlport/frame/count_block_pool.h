@@ -20,6 +20,9 @@
 
 namespace krl_internal {
 
+// For tests: the block a resource holds, or null.
+KRLCountBlock* count_block_of(const KRLResource& r);
+
 // Blocks the pool keeps parked; the next one given back is freed.
 constexpr int kCountBlockPoolSize = 1024;
 

@@ -54,6 +54,10 @@ void KRLResource::garbage_collect() {
 
 namespace krl_internal {
 
-KRLCountBlock* count_block_of(const KRLResource& r) { return r._block_of(); }
+struct ResourceAccess {
+  static KRLCountBlock* block(const KRLResource& r) { return r._block_of(); }
+};
+
+KRLCountBlock* count_block_of(const KRLResource& r) { return ResourceAccess::block(r); }
 
 }  // namespace krl_internal

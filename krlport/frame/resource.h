@@ -43,8 +43,9 @@ class KRLResource;
 
 namespace krl_internal {
 
-// Internal, for tests: the block a resource holds, or null.
-KRLCountBlock* count_block_of(const KRLResource& r);
+// Internal: reaches the block a resource holds
+// (krlport/frame/count_block_pool.h).
+struct ResourceAccess;
 
 }  // namespace krl_internal
 
@@ -103,7 +104,7 @@ class KRL_EXPORT KRLResource {
   void _reset_refs();
 
  private:
-  friend KRLCountBlock* krl_internal::count_block_of(const KRLResource& r);
+  friend struct krl_internal::ResourceAccess;
 
   // _refs is the block's address, plus kPlainTag while the block's _sharing is
   // 0, so that the unshared fast path tests one bit: Sole (0) and a block with

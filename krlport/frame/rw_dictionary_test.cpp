@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "krlport/frame/string_var.h"
+#include "krlport/threads/rw_lock_internal.h"
 
 namespace krl_internal {
 struct RWDictionaryPeer {

@@ -41,7 +41,8 @@ int getopt(int argc, char* const* argv, const char* optstring) noexcept {
       }
     }  // a lone "-": place stays on the dash
   }
-  optopt = static_cast<signed char>(*place++);
+  // The option character, taken as a signed character and widened.
+  optopt = static_cast<signed char>(*place++);  // NOLINT(bugprone-signed-char-misuse)
   const char* listed = optopt == ':' ? nullptr : std::strchr(optstring, optopt);
   if (listed == nullptr) {
     if (optopt == '-') return -1;  // a lone "-" is not consumed

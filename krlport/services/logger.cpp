@@ -1,5 +1,7 @@
 #include "krlport/services/logger.h"
 
+#include "krlport/services/logger_internal.h"
+
 #include <limits.h>
 
 #include <atomic>
@@ -90,10 +92,19 @@ void KRLLogger::release() {
   _out_owned = _err_owned = _log_owned = 0;
 }
 
-bool krl_internal::is_log_stream(const std::ostream& stream) {
-  const KRLLogger& l = KRLLogger::instance();
-  return &stream == l._out || &stream == l._err || &stream == l._log;
+namespace krl_internal {
+
+struct LoggerAccess {
+  static bool holds(const KRLLogger& l, const std::ostream& stream) {
+    return &stream == l._out || &stream == l._err || &stream == l._log;
+  }
+};
+
+bool is_log_stream(const std::ostream& stream) {
+  return LoggerAccess::holds(KRLLogger::instance(), stream);
 }
+
+}  // namespace krl_internal
 
 std::ostream& KRLLogger::out() {
   KRLLogger& l = instance();

@@ -24,10 +24,8 @@
 #include "krlport/frame/export.h"
 
 namespace krl_internal {
-// Internal, for the exception operator on std::ostream: true when stream is,
-// by address, in one of the logger's slots. Builds the logger. A standard
-// stream that out(), err() or log() give for an empty slot is no log stream.
-bool is_log_stream(const std::ostream& stream);
+// Internal: reaches the logger's slots (krlport/services/logger_internal.h).
+struct LoggerAccess;
 }  // namespace krl_internal
 
 /// The process-wide holder of the out, err and log streams; see the file
@@ -82,7 +80,7 @@ class KRL_EXPORT KRLLogger {
   static int log_to(const char* file, char* path, unsigned int size, char selector);
 
  private:
-  friend bool krl_internal::is_log_stream(const std::ostream& stream);
+  friend struct krl_internal::LoggerAccess;
 
   static KRLLogger* storage();
   static void terminate();

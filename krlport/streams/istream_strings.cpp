@@ -171,7 +171,8 @@ int read_hex_escape(CharReader& in) {
     text[i] = static_cast<char>(in.get());
   }
   unsigned int value = 0;
-  if (std::sscanf(text, "%2x", &value) != 1) value = 0;
+  // Two hex digits cannot overflow, and a failed scan reads as 0.
+  if (std::sscanf(text, "%2x", &value) != 1) value = 0;  // NOLINT(cert-err34-c)
   return static_cast<int>(value & 0xFF);
 }
 

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include "krlport/exceptions/system_exception.h"
+#include "krlport/frame/count_block_pool.h"
 
 namespace {
 

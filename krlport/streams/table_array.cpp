@@ -1,6 +1,7 @@
 #include "krlport/streams/table_array.h"
 
 #include <climits>
+#include <cstddef>
 #include <cstring>
 #include <new>
 
@@ -9,13 +10,18 @@
 
 namespace krl_internal {
 
+namespace {
+// The arrays hold pointers to tables.
+constexpr std::size_t kSlot = sizeof(KRLOffsetTable*);  // NOLINT(bugprone-sizeof-expression)
+}  // namespace
+
 void append_table(TableArrayRef a, KRLOffsetTable* table) {
   if (a.count == a.capacity) {
     // The count is an int: an array that cannot double is a failed allocation.
     if (a.capacity > INT_MAX / 2) throw std::bad_alloc();
     const int capacity = a.capacity == 0 ? 1 : 2 * a.capacity;
-    auto* grown = static_cast<KRLOffsetTable**>(::operator new(sizeof(KRLOffsetTable*) * capacity));
-    if (a.count != 0) std::memcpy(grown, a.tables, sizeof(KRLOffsetTable*) * a.count);
+    auto* grown = static_cast<KRLOffsetTable**>(::operator new(kSlot * capacity));
+    if (a.count != 0) std::memcpy(grown, a.tables, kSlot * a.count);
     if (a.tables != nullptr) ::operator delete(a.tables);
     a.tables = grown;
     a.capacity = capacity;
@@ -33,7 +39,7 @@ KRLOffsetTable* find_table(TableArrayRef a, int kind) {
 void share_tables(TableArrayRef a, KRLOffsetTable* const* source, int count, int capacity) {
   if (a.count != 0) throw CORBA_BAD_INV_ORDER(4, CORBA::COMPLETED_MAYBE);
   if (count == 0) return;
-  auto* copy = static_cast<KRLOffsetTable**>(::operator new(sizeof(KRLOffsetTable*) * capacity));
+  auto* copy = static_cast<KRLOffsetTable**>(::operator new(kSlot * capacity));
   if (a.tables != nullptr) ::operator delete(a.tables);  // empty, left by nothing but growth
   a.tables = copy;
   a.capacity = capacity;

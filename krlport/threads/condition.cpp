@@ -8,6 +8,7 @@
 #include "krlport/platform/event.h"
 #include "krlport/platform/lock.h"
 #include "krlport/platform/thread.h"
+#include "krlport/threads/condition_internal.h"
 
 using krl_internal::ConditionWaiter;
 using krl_internal::Event;
@@ -203,8 +204,22 @@ void KRLCondition::broadcast(KRLMutex_var& g) {
 
 namespace krl_internal {
 
-ConditionWaiter* condition_take_one(KRLCondition& c) { return c.take_one(); }
-ConditionWaiter* condition_take_all(KRLCondition& c) { return c.take_all(); }
+struct ConditionAccess {
+  static ConditionWaiter* take_one(KRLCondition& c) { return c.take_one(); }
+  static ConditionWaiter* take_all(KRLCondition& c) { return c.take_all(); }
+  static unsigned long waiters(KRLCondition& c) {
+    KRLMutex_var hold(c._mutex, 1);
+    return c._count.load(std::memory_order_relaxed);
+  }
+  static unsigned long capacity(KRLCondition& c) {
+    KRLMutex_var hold(c._mutex, 1);
+    return c._capacity;
+  }
+  static KRLMutex& mutex(KRLCondition& c) { return c._mutex; }
+};
+
+ConditionWaiter* condition_take_one(KRLCondition& c) { return ConditionAccess::take_one(c); }
+ConditionWaiter* condition_take_all(KRLCondition& c) { return ConditionAccess::take_all(c); }
 
 void condition_wake(ConditionWaiter* taken) {
   while (taken != nullptr) {
@@ -214,16 +229,8 @@ void condition_wake(ConditionWaiter* taken) {
   }
 }
 
-unsigned long condition_waiters(KRLCondition& c) {
-  KRLMutex_var hold(c._mutex, 1);
-  return c._count.load(std::memory_order_relaxed);
-}
-
-unsigned long condition_capacity(KRLCondition& c) {
-  KRLMutex_var hold(c._mutex, 1);
-  return c._capacity;
-}
-
-KRLMutex& condition_mutex(KRLCondition& c) { return c._mutex; }
+unsigned long condition_waiters(KRLCondition& c) { return ConditionAccess::waiters(c); }
+unsigned long condition_capacity(KRLCondition& c) { return ConditionAccess::capacity(c); }
+KRLMutex& condition_mutex(KRLCondition& c) { return ConditionAccess::mutex(c); }
 
 }  // namespace krl_internal

@@ -43,21 +43,9 @@ namespace krl_internal {
 // Internal: a waiter's record, in its own frame.
 struct ConditionWaiter;
 
-// Internal: signal and broadcast in two halves, for a lock whose waiters may
-// destroy it once woken (KRLRWLock). take_one and take_all take the waiter at
-// index 0, or all of them, out of the array and give them as a chain (null:
-// nobody waits); the caller may hold the mutex its waiters give up. wake sets
-// the events of a chain, touching only the waiters' records: call it once
-// for each chain, with nothing held that a woken waiter needs.
-ConditionWaiter* condition_take_one(KRLCondition& c);
-ConditionWaiter* condition_take_all(KRLCondition& c);
-void condition_wake(ConditionWaiter* taken);
-
-// Internal, for tests: the number of registered waiters and the size of the
-// array, each read under the condition's own lock, and that lock.
-unsigned long condition_waiters(KRLCondition& c);
-unsigned long condition_capacity(KRLCondition& c);
-KRLMutex& condition_mutex(KRLCondition& c);
+// Internal: reaches the private members of KRLCondition
+// (krlport/threads/condition_internal.h).
+struct ConditionAccess;
 
 }  // namespace krl_internal
 
@@ -108,11 +96,7 @@ class KRL_EXPORT KRLCondition {
   void broadcast(KRLMutex_var& g);
 
  private:
-  friend unsigned long krl_internal::condition_waiters(KRLCondition& c);
-  friend unsigned long krl_internal::condition_capacity(KRLCondition& c);
-  friend KRLMutex& krl_internal::condition_mutex(KRLCondition& c);
-  friend krl_internal::ConditionWaiter* krl_internal::condition_take_one(KRLCondition& c);
-  friend krl_internal::ConditionWaiter* krl_internal::condition_take_all(KRLCondition& c);
+  friend struct krl_internal::ConditionAccess;
 
   KRLCondition(const KRLCondition&) = delete;
   KRLCondition& operator=(const KRLCondition&) = delete;
@@ -124,7 +108,7 @@ class KRL_EXPORT KRLCondition {
   void removeAll();
 
   // The halves of signal and broadcast before the wake-up: see
-  // krl_internal::condition_take_one and condition_take_all.
+  // krl_internal::condition_take_one and condition_take_all (internal).
   krl_internal::ConditionWaiter* take_one();
   krl_internal::ConditionWaiter* take_all();
 

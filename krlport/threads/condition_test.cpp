@@ -18,6 +18,8 @@
 #include "krlport/platform/event.h"
 #include "krlport/platform/lock.h"
 #include "krlport/portable/test_support.h"
+#include "krlport/threads/condition_internal.h"
+#include "krlport/threads/mutex_internal.h"
 #include "krlport/threads/thread_test_peers.h"
 
 namespace {

@@ -1,5 +1,7 @@
 #include "krlport/threads/mutex.h"
 
+#include "krlport/threads/mutex_internal.h"
+
 #include "krlport/platform/fatal.h"
 #include "krlport/platform/lock.h"
 #include "krlport/portable/base_util.h"
@@ -26,9 +28,14 @@ void KRLMutex::shutdown() {
 
 namespace krl_internal {
 
-LockStorage& lock_of(KRLMutex& m) { return m._cs; }
-unsigned char mutex_shutdown_flag() { return KRLMutex::_inShutdown; }
-void set_mutex_shutdown_flag(unsigned char flag) { KRLMutex::_inShutdown = flag; }
+struct MutexAccess {
+  static LockStorage& lock(KRLMutex& m) { return m._cs; }
+  static unsigned char& shutdown_flag() { return KRLMutex::_inShutdown; }
+};
+
+LockStorage& lock_of(KRLMutex& m) { return MutexAccess::lock(m); }
+unsigned char mutex_shutdown_flag() { return MutexAccess::shutdown_flag(); }
+void set_mutex_shutdown_flag(unsigned char flag) { MutexAccess::shutdown_flag() = flag; }
 
 }  // namespace krl_internal
 

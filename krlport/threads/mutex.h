@@ -26,17 +26,14 @@ struct alignas(8) LockStorage {
   unsigned char _bytes[40];
 };
 
-// Internal: the platform lock inside a mutex, for the library's own
-// condition and read-write lock code.
-LockStorage& lock_of(KRLMutex& m);
-// Internal, for tests: the process-wide shutdown flag of KRLMutex.
-unsigned char mutex_shutdown_flag();
-void set_mutex_shutdown_flag(unsigned char flag);
+// Internal: reaches the private members of KRLMutex
+// (krlport/threads/mutex_internal.h).
+struct MutexAccess;
 
 }  // namespace krl_internal
 
 /// The abstract lock. No virtual destructor: locks are never deleted through
-/// this type.
+/// this type, and the protected one keeps them from being so.
 class KRL_EXPORT KRLIMutex {
  public:
   KRLIMutex() {}
@@ -49,13 +46,16 @@ class KRL_EXPORT KRLIMutex {
   virtual void v_lock() = 0;
   /// Gives the lock up, as the concrete lock's unlock does.
   virtual void v_unlock() = 0;
+
+ protected:
+  ~KRLIMutex() = default;
 };
 
 /// Recursive lock owned by a thread: the owner may lock it again and must
 /// unlock it as often as it locked it; other threads block until then.
 /// Neither operation reports a failure; a broken platform lock aborts.
-/// Safe from any thread.
-class KRL_EXPORT KRLMutex : public KRLIMutex {
+/// Safe from any thread. Final: its destructor is not virtual.
+class KRL_EXPORT KRLMutex final : public KRLIMutex {
  public:
   KRLMutex();
   /// The mutex must be free. Leaves the platform lock in place after
@@ -78,9 +78,7 @@ class KRL_EXPORT KRLMutex : public KRLIMutex {
  private:
   friend class KRLCondition;
   friend class KRLRWLock;
-  friend krl_internal::LockStorage& krl_internal::lock_of(KRLMutex& m);
-  friend unsigned char krl_internal::mutex_shutdown_flag();
-  friend void krl_internal::set_mutex_shutdown_flag(unsigned char flag);
+  friend struct krl_internal::MutexAccess;
 
   KRLMutex(const KRLMutex&) = delete;
   KRLMutex& operator=(const KRLMutex&) = delete;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "krlport/platform/lock.h"
+#include "krlport/threads/mutex_internal.h"
 #include "krlport/threads/spin_mutex.h"
 
 namespace {

@@ -1,6 +1,8 @@
 #include "krlport/threads/rw_lock.h"
 
 #include "krlport/platform/lock.h"
+#include "krlport/threads/condition_internal.h"
+#include "krlport/threads/rw_lock_internal.h"
 
 using krl_internal::condition_wake;
 using krl_internal::ConditionWaiter;
@@ -134,12 +136,21 @@ void KRLRWLock::downgrade_to_read_lock() {
 
 namespace krl_internal {
 
-long rw_lock_state(KRLRWLock& l) {
-  KRLMutex_var hold(l._mutex, 1);
-  return l._state;
-}
+struct RWLockAccess {
+  static long state(KRLRWLock& l) {
+    KRLMutex_var hold(l._mutex, 1);
+    return l._state;
+  }
+  static KRLCondition& readers(KRLRWLock& l) { return l._readers; }
+  static KRLCondition& writers(KRLRWLock& l) { return l._writers; }
+};
 
-unsigned long rw_lock_sleeping_readers(KRLRWLock& l) { return condition_waiters(l._readers); }
-unsigned long rw_lock_sleeping_writers(KRLRWLock& l) { return condition_waiters(l._writers); }
+long rw_lock_state(KRLRWLock& l) { return RWLockAccess::state(l); }
+unsigned long rw_lock_sleeping_readers(KRLRWLock& l) {
+  return condition_waiters(RWLockAccess::readers(l));
+}
+unsigned long rw_lock_sleeping_writers(KRLRWLock& l) {
+  return condition_waiters(RWLockAccess::writers(l));
+}
 
 }  // namespace krl_internal

@@ -31,11 +31,9 @@ class KRLRWLock;
 
 namespace krl_internal {
 
-// Internal, for tests: `_state`, read under `_mutex`, and the number of
-// readers and writers asleep on `_readers` and `_writers`.
-long rw_lock_state(KRLRWLock& l);
-unsigned long rw_lock_sleeping_readers(KRLRWLock& l);
-unsigned long rw_lock_sleeping_writers(KRLRWLock& l);
+// Internal: reaches the private members of KRLRWLock
+// (krlport/threads/rw_lock_internal.h).
+struct RWLockAccess;
 
 }  // namespace krl_internal
 
@@ -65,9 +63,7 @@ class KRL_EXPORT KRLRWLock {
   void downgrade_to_read_lock();
 
  private:
-  friend long krl_internal::rw_lock_state(KRLRWLock& l);
-  friend unsigned long krl_internal::rw_lock_sleeping_readers(KRLRWLock& l);
-  friend unsigned long krl_internal::rw_lock_sleeping_writers(KRLRWLock& l);
+  friend struct krl_internal::RWLockAccess;
 
   class Hold;
   class WaitingWriter;

@@ -14,6 +14,7 @@
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/platform/event.h"
 #include "krlport/portable/test_support.h"
+#include "krlport/threads/rw_lock_internal.h"
 #include "krlport/threads/thread_test_peers.h"
 
 namespace {

@@ -78,7 +78,12 @@ void KRLRSpinMutex::v_unlock() { unlock(); }
 
 namespace krl_internal {
 
-long* word_of(const KRLSpinMutex& m) { return m._word; }
-KRLSpinRecord* record_of(const KRLRSpinMutex& m) { return m._record; }
+struct SpinMutexAccess {
+  static long* word(const KRLSpinMutex& m) { return m._word; }
+  static KRLSpinRecord* record(const KRLRSpinMutex& m) { return m._record; }
+};
+
+long* word_of(const KRLSpinMutex& m) { return SpinMutexAccess::word(m); }
+KRLSpinRecord* record_of(const KRLRSpinMutex& m) { return SpinMutexAccess::record(m); }
 
 }  // namespace krl_internal

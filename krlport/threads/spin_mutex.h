@@ -22,9 +22,8 @@ class KRLRSpinMutex;
 
 namespace krl_internal {
 
-// Internal, for tests: the block a lock holds.
-long* word_of(const KRLSpinMutex& m);
-KRLSpinRecord* record_of(const KRLRSpinMutex& m);
+// Internal: reaches the block a lock holds (krlport/threads/spin_pool.h).
+struct SpinMutexAccess;
 
 }  // namespace krl_internal
 
@@ -51,7 +50,7 @@ class KRL_EXPORT KRLSpinMutex : public KRLIMutex {
 
  private:
   friend class KRLSpinRecordPool;
-  friend long* krl_internal::word_of(const KRLSpinMutex& m);
+  friend struct krl_internal::SpinMutexAccess;
 
   long* _word;  // 0 free, 1 held; from the word pool, null if none was left
 };
@@ -78,7 +77,7 @@ class KRL_EXPORT KRLRSpinMutex : public KRLIMutex {
   virtual ~KRLRSpinMutex();  ///< the last user of the record must leave it free
 
  private:
-  friend KRLSpinRecord* krl_internal::record_of(const KRLRSpinMutex& m);
+  friend struct krl_internal::SpinMutexAccess;
 
   KRLSpinRecord* _record;  // from the record pool, null if none was left
 };

@@ -68,6 +68,11 @@ struct KRLSpinRecordBlock {
 
 namespace krl_internal {
 
+// The block a lock holds (null if none was left), for the count blocks'
+// locks and for tests.
+long* word_of(const KRLSpinMutex& m);
+KRLSpinRecord* record_of(const KRLRSpinMutex& m);
+
 // One more lock uses the block of `sharers`.
 inline void spin_share(long* sharers) { __atomic_add_fetch(sharers, 1L, __ATOMIC_RELAXED); }
 // One lock fewer uses it: true if that was the last user, which gives the
