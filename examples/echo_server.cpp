@@ -40,7 +40,7 @@
 namespace {
 
 const unsigned long long kConnectTimeoutMs = 2000;
-const long kSocketTimeoutS = 3;     // a peer that stops talking ends its connection
+const long kSocketTimeoutS = 3;                // a peer that stops talking ends its connection
 const unsigned long long kRunLimitMs = 10000;  // the whole run, by a wide margin
 
 // --- Threads the host can wait for ---

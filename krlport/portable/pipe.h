@@ -33,7 +33,7 @@ class KRL_EXPORT KRLPipe {
   unsigned long read(char* data, unsigned long length);                   ///< at the reader
   unsigned long write_to_writer(const char* data, unsigned long length);  ///< reader to writer
   unsigned long read_from_writer(char* data, unsigned long length);       ///< at the writer
-  ///@}
+                                                                          ///@}
 
  private:
   KRLPipe(const KRLPipe&) = delete;

@@ -147,10 +147,10 @@ class KRL_EXPORT KRListream {
   void eatSpace();
 
   KRLOffsetTable** _tables;  ///< owned array; each entry holds one reference
-  int _table_count;     ///< tables in _tables
-  int _table_capacity;  ///< 0, 1, 2, 4, 8 ...
-  long _offset;         ///< what cur_in_offset() returns
-  std::istream* _strm;  ///< not owned; null for a derived stream
+  int _table_count;          ///< tables in _tables
+  int _table_capacity;       ///< 0, 1, 2, 4, 8 ...
+  long _offset;              ///< what cur_in_offset() returns
+  std::istream* _strm;       ///< not owned; null for a derived stream
 
  private:
   // The holders' operators refill a holder's own buffer, which only this

@@ -131,10 +131,10 @@ class KRL_EXPORT KRLostream {
   void operator=(const KRLostream& other);
 
   KRLOffsetTable** _tables;  ///< owned array; each entry holds one reference
-  int _table_count;     ///< tables in _tables
-  int _table_capacity;  ///< 0, 1, 2, 4, 8 ...
-  long _offset;         ///< what cur_out_offset() returns
-  std::ostream* _strm;  ///< not owned; null for a derived stream
+  int _table_count;          ///< tables in _tables
+  int _table_capacity;       ///< 0, 1, 2, 4, 8 ...
+  long _offset;              ///< what cur_out_offset() returns
+  std::ostream* _strm;       ///< not owned; null for a derived stream
 
  private:
   friend KRL_EXPORT KRLostream& endl(KRLostream& s);
