@@ -20,6 +20,19 @@ function(krl_sources)
   endforeach()
 endfunction()
 
+# krl_platform_sources(lock event ...): for each concern, the backend of the
+# system being built: <concern>_win.cpp on Windows, <concern>_posix.cpp else.
+function(krl_platform_sources)
+  if(WIN32)
+    set(suffix _win.cpp)
+  else()
+    set(suffix _posix.cpp)
+  endif()
+  foreach(concern ${ARGN})
+    target_sources(krlport_objects PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/${concern}${suffix})
+  endforeach()
+endfunction()
+
 # krl_public_headers(a.h ...): headers that `cmake --install` ships. Headers of
 # a subsystem that are not listed here are internal and never installed.
 function(krl_public_headers)
@@ -29,17 +42,22 @@ function(krl_public_headers)
   endforeach()
 endfunction()
 
-# krl_test(NAME n SOURCES ... [LIBS ...] [SHARED | NOLIB]): one GoogleTest
+# krl_test(NAME n SOURCES ... [LIBS ...] [SHARED | NOLIB] [POSIX_ONLY]): one GoogleTest
 # binary, registered case by case with CTest. Tests link the static library so
 # they can reach internal classes; SHARED links the exported library instead,
 # and NOLIB neither (a test that loads the shared library itself). Every test
 # binary runs in a temporary directory of its own, which KORLAN_ADM names
 # (cmake/krl_test_sandbox.cpp), so that no test writes anywhere else.
+# POSIX_ONLY marks a binary whose subject exists on Linux only (fork, ELF
+# symbol tables, /proc): it is not built for Windows.
 function(krl_test)
   if(NOT KRLPORT_BUILD_TESTS)
     return()
   endif()
-  cmake_parse_arguments(T "SHARED;NOLIB" "NAME" "SOURCES;LIBS;LABELS" ${ARGN})
+  cmake_parse_arguments(T "SHARED;NOLIB;POSIX_ONLY" "NAME" "SOURCES;LIBS;LABELS" ${ARGN})
+  if(T_POSIX_ONLY AND WIN32)
+    return()
+  endif()
   add_executable(${T_NAME} ${T_SOURCES} ${PROJECT_SOURCE_DIR}/cmake/krl_test_sandbox.cpp)
   if(T_SHARED)
     target_link_libraries(${T_NAME} PRIVATE krlport)
@@ -51,5 +69,11 @@ function(krl_test)
   endif()
   target_link_libraries(${T_NAME} PRIVATE GTest::gtest GTest::gtest_main Threads::Threads ${T_LIBS})
   target_compile_options(${T_NAME} PRIVATE ${KRL_WARNINGS})
-  gtest_discover_tests(${T_NAME} DISCOVERY_TIMEOUT 60 PROPERTIES LABELS "${T_LABELS}")
+  if(CMAKE_CROSSCOMPILING)
+    # Listed when ctest runs, through the emulator, not while building.
+    gtest_discover_tests(${T_NAME} DISCOVERY_TIMEOUT 60 DISCOVERY_MODE PRE_TEST
+      PROPERTIES LABELS "${T_LABELS}")
+  else()
+    gtest_discover_tests(${T_NAME} DISCOVERY_TIMEOUT 60 PROPERTIES LABELS "${T_LABELS}")
+  endif()
 endfunction()
