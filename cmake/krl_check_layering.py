@@ -213,7 +213,7 @@ def line_of(code, pos):
     return code.count("\n", 0, pos) + 1
 
 
-def check_file(root, rel, public, findings):
+def check_file(root, rel, public, library_names, findings):
     path = os.path.join(root, rel)
     with open(path, encoding="utf-8", errors="replace") as f:
         text = f.read()
@@ -260,11 +260,7 @@ def check_file(root, rel, public, findings):
         return
     if test:
         return
-    own = own_names(code)
-    sibling = re.sub(r"\.cpp$", ".h", path)
-    if sibling != path and os.path.exists(sibling):
-        with open(sibling, encoding="utf-8", errors="replace") as f:
-            own |= own_names(strip_code(f.read()))
+    own = own_names(code) | library_names
     for m in CALL.finditer(code):
         if m.group(1) in own and not code[:m.start()].rstrip().endswith("::"):
             continue
@@ -287,8 +283,15 @@ def main():
         for name in names:
             if name.endswith((".h", ".cpp", ".inc", ".h.in")):
                 files.append(os.path.relpath(os.path.join(dirpath, name), root).replace(os.sep, "/"))
+    # Functions the library declares under an OS call's name (KRLPortable::
+    # gettimeofday, a member unlink()): called unqualified they are its own.
+    library_names = set()
+    for rel in files:
+        if rel.endswith(".h") and not rel.startswith("krlport/platform/") and not is_test_file(rel):
+            with open(os.path.join(root, rel), encoding="utf-8", errors="replace") as f:
+                library_names |= own_names(strip_code(f.read()))
     for rel in sorted(files):
-        check_file(root, rel, public, findings)
+        check_file(root, rel, public, library_names, findings)
     for line in findings:
         print(line)
     if findings:
