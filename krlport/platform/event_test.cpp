@@ -11,9 +11,9 @@ namespace krl_internal {
 namespace {
 
 // Records each deadline; the first sleep is interrupted, the others fail.
-std::vector<timespec> g_deadlines;
-int recording_sleep(std::atomic<std::uint32_t>*, std::uint32_t, const timespec* deadline) {
-  g_deadlines.push_back(deadline != nullptr ? *deadline : timespec{-1, -1});
+std::vector<EventDeadline> g_deadlines;
+int recording_sleep(std::atomic<std::uint32_t>*, std::uint32_t, const EventDeadline* deadline) {
+  g_deadlines.push_back(deadline != nullptr ? *deadline : EventDeadline{-1, -1});
   errno = g_deadlines.size() == 1 ? EINTR : EINVAL;
   return -1;
 }
@@ -30,8 +30,8 @@ TEST(EventTest, SetEventAnswersAtOnceAndInterruptedSleepKeepsItsDeadline) {
   EXPECT_EQ(errno, EINVAL);
   set_event_sleep_call(nullptr);
   ASSERT_EQ(g_deadlines.size(), 2u);
-  EXPECT_EQ(g_deadlines[0].tv_sec, g_deadlines[1].tv_sec);
-  EXPECT_EQ(g_deadlines[0].tv_nsec, g_deadlines[1].tv_nsec);
+  EXPECT_EQ(g_deadlines[0].seconds, g_deadlines[1].seconds);
+  EXPECT_EQ(g_deadlines[0].nanoseconds, g_deadlines[1].nanoseconds);
 }
 
 // Each waiter's event ends with its frame, usually while the setter is still

@@ -34,17 +34,21 @@ TEST(CurrentThreadIdTest, IsTheKernelIdOfEachThreadAndOfAForkedChild) {
   EXPECT_EQ(status, 0);  // exited with 0
 }
 
-// A thread that accepted g_token and answers pings, so the test knows that a
-// signal sent before the ping has been handled. All in static storage: the
-// thread ends without telling the sanitizers.
-std::atomic<krl_internal::TerminationToken> g_token{0};
+// A thread that passed through g_ended (a run that is over), accepted g_live
+// and answers pings, so the test knows that a signal sent before the ping has
+// been handled. All in static storage: the thread ends without telling the
+// sanitizers.
+krl_internal::TerminationPoint g_ended, g_live;
 std::atomic<unsigned long> g_tid{0};
 std::atomic<int> g_ping{0}, g_pong{0}, g_host_calls{0};
 
 void answer_pings() {
-  krl_internal::SignalMask mask;
-  krl_internal::block_termination(&mask);
-  krl_internal::accept_termination(g_token);
+  krl_internal::termination_begin(&g_ended);
+  krl_internal::termination_accept(&g_ended);
+  krl_internal::termination_refuse(&g_ended);
+  krl_internal::termination_end(&g_ended);
+  krl_internal::termination_begin(&g_live);
+  krl_internal::termination_accept(&g_live);
   g_tid = krl_internal::current_thread_id();
   for (;;) {
     g_pong = g_ping.load();
@@ -73,14 +77,12 @@ TEST(TerminationTest, EndsOnlyTheRunThatAcceptedTheTokenAndPassesOtherSignalsOn)
   host.sa_flags = SA_SIGINFO;
   ASSERT_EQ(sigaction(sig, &host, nullptr), 0);
 
-  const krl_internal::TerminationToken ended_run = krl_internal::new_termination_token();
-  g_token = krl_internal::new_termination_token();
   std::thread(&answer_pings).detach();
   for (int i = 0; i < 10000 && g_tid == 0; ++i) krl_internal::sleep_milliseconds(1);
   const unsigned long tid = g_tid;
   ASSERT_NE(tid, 0u);
 
-  ASSERT_TRUE(krl_internal::send_termination(tid, ended_run));
+  ASSERT_TRUE(krl_internal::termination_send(&g_ended));
   EXPECT_TRUE(answers());
   EXPECT_EQ(g_host_calls, 0);  // the library's own signal: dropped
 
@@ -93,7 +95,7 @@ TEST(TerminationTest, EndsOnlyTheRunThatAcceptedTheTokenAndPassesOtherSignalsOn)
   EXPECT_TRUE(answers());
   EXPECT_EQ(g_host_calls, 1);
 
-  ASSERT_TRUE(krl_internal::send_termination(tid, g_token));
+  ASSERT_TRUE(krl_internal::termination_send(&g_live));
   for (int i = 0; i < 10000 && exists(tid); ++i) krl_internal::sleep_milliseconds(1);
   EXPECT_FALSE(exists(tid));
 }

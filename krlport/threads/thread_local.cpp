@@ -3,6 +3,7 @@
 #include <atomic>
 #include <memory>
 
+#include "krlport/platform/atomic.h"
 #include "krlport/platform/thread.h"
 
 unsigned long KRLThreadLocal::_cnt = 1;
@@ -102,10 +103,12 @@ unsigned long KRLThreadLocal::get_unique_id() {
 }
 
 KRLThreadLocal::KeyDict& KRLThreadLocal::_dict_instance() {
-  KeyDict* dict = __atomic_load_n(&_key_dict, __ATOMIC_ACQUIRE);
+  KeyDict* dict = krl_internal::atomic_load(&_key_dict, krl_internal::MemoryOrder::kAcquire);
   if (dict != nullptr) return *dict;
   KRLMutex_var guard(_mutex, 1);
-  if (_key_dict == nullptr) __atomic_store_n(&_key_dict, new KeyDict, __ATOMIC_RELEASE);
+  if (_key_dict == nullptr) {
+    krl_internal::atomic_store(&_key_dict, new KeyDict, krl_internal::MemoryOrder::kRelease);
+  }
   return *_key_dict;
 }
 
