@@ -33,6 +33,11 @@ inline unsigned long current_thread_id() {
 
 #endif
 
+// Stops in the debugger (DebugBreak). Without one attached, what follows is
+// the system's: on Windows an unhandled breakpoint exception; elsewhere no
+// debugger is assumed and it does nothing.
+void debug_break();
+
 // Gives up the rest of the calling thread's time slice (Sleep(0)).
 void yield_processor();
 

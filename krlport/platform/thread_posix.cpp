@@ -30,6 +30,8 @@ unsigned long fetch_thread_id() {
   return t_thread_id;
 }
 
+void debug_break() {}
+
 void yield_processor() { sched_yield(); }
 
 void sleep_milliseconds(unsigned long long ms) {

@@ -149,7 +149,7 @@ void* KRLThread::_start(void* arg) {
   } catch (CORBA_Exception& e) {
     std::cout << "KRLThread::_start: unhandled exception in thread" << std::endl;
     std::cout << e << std::endl;
-    // No debugger is assumed here: the break point is nothing.
+    krl_internal::debug_break();
   }
   return nullptr;
 }
