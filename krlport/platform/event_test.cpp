@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
 #include <atomic>
 #include <cerrno>
 #include <thread>
@@ -9,6 +13,8 @@
 
 namespace krl_internal {
 namespace {
+
+#ifndef _WIN32
 
 // Records each deadline; the first sleep is interrupted, the others fail.
 std::vector<EventDeadline> g_deadlines;
@@ -33,6 +39,46 @@ TEST(EventTest, SetEventAnswersAtOnceAndInterruptedSleepKeepsItsDeadline) {
   EXPECT_EQ(g_deadlines[0].seconds, g_deadlines[1].seconds);
   EXPECT_EQ(g_deadlines[0].nanoseconds, g_deadlines[1].nanoseconds);
 }
+
+#else
+
+// The waiting thread's window gets a message posted from another thread;
+// the pumping wait dispatches it on the waiting thread, and the set that
+// follows still ends the wait.
+std::atomic<DWORD> g_dispatched_on{0};
+LRESULT CALLBACK note_dispatch(HWND w, UINT msg, WPARAM wp, LPARAM lp) {
+  if (msg != WM_APP) return DefWindowProcA(w, msg, wp, lp);
+  g_dispatched_on = GetCurrentThreadId();
+  return 0;
+}
+
+TEST(EventTest, PumpingWaitDispatchesTheThreadsMessagesUntilSet) {
+  WNDCLASSA wc = {};
+  wc.lpfnWndProc = &note_dispatch;
+  wc.hInstance = GetModuleHandleA(nullptr);
+  wc.lpszClassName = "krl_event_test";
+  ASSERT_NE(RegisterClassA(&wc), 0);
+  HWND w = CreateWindowExA(0, wc.lpszClassName, "", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
+                           wc.hInstance, nullptr);
+  ASSERT_NE(w, nullptr);
+  Event e;
+  ASSERT_TRUE(e.ok());
+  std::thread poster([&] {
+    PostMessageA(w, WM_APP, 0, 0);
+    while (g_dispatched_on == 0) Sleep(1);
+    e.set();
+  });
+  EXPECT_EQ(e.wait_pumping(kWaitForever), EventWait::kSignalled);
+  poster.join();
+  EXPECT_EQ(g_dispatched_on, GetCurrentThreadId());
+  Event never;
+  EXPECT_EQ(never.wait_pumping(20), EventWait::kTimedOut);
+  EXPECT_EQ(never.wait(0), EventWait::kTimedOut);
+  DestroyWindow(w);
+  UnregisterClassA(wc.lpszClassName, wc.hInstance);
+}
+
+#endif  // _WIN32
 
 // Each waiter's event ends with its frame, usually while the setter is still
 // inside set(). ThreadSanitizer reports any touch of the event after its word
