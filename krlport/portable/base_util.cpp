@@ -1,10 +1,12 @@
 #include <atomic>
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <string>
 
+#include "krlport/platform/property.h"
 #include "krlport/platform/system.h"
 #include "krlport/portable/base_util.h"
 
@@ -29,7 +31,7 @@ const char* work_out_user_name(char*& owned) {
   return env != nullptr ? env : "Win_User";
 }
 
-int saturated_int(long value) {
+int saturated_int(std::int64_t value) {
   if (value < 0) return 0;
   return value > INT_MAX ? INT_MAX : static_cast<int>(value);
 }
@@ -48,10 +50,11 @@ char* BaseUtil::GetProperty(const char* name) {
 vsysinfo* BaseUtil::get_sysversion() {
   std::int32_t major = 0;
   std::int32_t minor = 0;
-  if (!krl_internal::system_version(major, minor)) {
+  const krl_internal::VersionRead read = krl_internal::system_version(major, minor);
+  if (read == krl_internal::VersionRead::kFailed) {
     std::cerr << "Could not obtain OS version information" << std::endl;
-    return nullptr;
   }
+  if (read != krl_internal::VersionRead::kRead) return nullptr;
   vsysinfo* info = new vsysinfo;
   info->major = major;
   info->minor = minor;
@@ -74,12 +77,12 @@ unsigned long BaseUtil::getpid() { return krl_internal::current_process_id(); }
 void BaseUtil::GetProcessMemory(int& commit, int& resident) {
   commit = 0;
   resident = 0;
-  long virtual_kib = 0;
-  long resident_kib = 0;
-  if (!krl_internal::process_memory_kib(virtual_kib, resident_kib)) return;
+  std::int64_t commit_kib = 0;
+  std::int64_t resident_kib = 0;
+  if (!krl_internal::process_memory_kib(commit_kib, resident_kib)) return;
   // An int holds 2 TiB less 1 KiB; a larger size (a sanitizer's shadow
   // reservation is many TiB) reads as INT_MAX rather than wrapping.
-  commit = saturated_int(virtual_kib);
+  commit = saturated_int(commit_kib);
   resident = saturated_int(resident_kib);
 }
 
