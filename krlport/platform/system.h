@@ -56,10 +56,13 @@ VersionRead system_version(std::int32_t& major, std::int32_t& minor);
 // KiB. False when they can't be read.
 bool process_memory_kib(std::int64_t& commit_kib, std::int64_t& resident_kib);
 
-// Name of the effective user. On Windows "DOMAIN\user" when the account's
-// look-up names a domain, else the bare name. False when the system gives
-// none; the caller has its fall-backs.
+// Name of the effective user, as the system gives it (Windows: at most 99
+// characters). False when it gives none; the caller has its fall-backs.
 bool current_user_name(std::string& out);
+
+// The domain of the account user (Windows: LookupAccountNameA). False when the
+// look-up fails, always on Linux, whose accounts have no domain.
+bool account_domain(const char* user, std::string& domain);
 
 // Reentrant resolver calls. entry and data (of size bytes) receive the result,
 // which is entry or null; on null, error gets the resolver's h_errno.

@@ -179,6 +179,8 @@ bool current_user_name(std::string& out) {
   return true;
 }
 
+bool account_domain(const char*, std::string&) { return false; }
+
 hostent* lookup_host_by_name(const char* name, hostent* entry, char* data, std::size_t size,
                              int& error) {
   hostent* result = nullptr;

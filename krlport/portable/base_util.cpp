@@ -17,18 +17,26 @@ namespace {
 // The user name every call after the first returns; never released.
 std::atomic<const char*> g_user_name{nullptr};
 
-// The first of: the account name (a heap copy, set in *owned), USERNAME,
-// "Win_User".
+// The first of: the account name, behind its domain and a backslash when the
+// account has one (a heap copy, set in *owned); USERNAME; "Win_User".
 const char* work_out_user_name(char*& owned) {
   owned = nullptr;
   std::string account;
-  if (krl_internal::current_user_name(account)) {
-    owned = new char[account.size() + 1];
-    std::memcpy(owned, account.c_str(), account.size() + 1);
-    return owned;
+  if (!krl_internal::current_user_name(account)) {
+    const char* env = std::getenv("USERNAME");
+    return env != nullptr ? env : "Win_User";
   }
-  const char* env = std::getenv("USERNAME");
-  return env != nullptr ? env : "Win_User";
+  // Windows 95 and 98 have no account look-up.
+  std::string domain;
+  vsysinfo* const version = BaseUtil::get_sysversion();
+  if (version != nullptr && version->major != 95 && version->major != 98 &&
+      krl_internal::account_domain(account.c_str(), domain) && !domain.empty()) {
+    account = domain + '\\' + account;
+  }
+  delete version;
+  owned = new char[account.size() + 1];
+  std::memcpy(owned, account.c_str(), account.size() + 1);
+  return owned;
 }
 
 int saturated_int(std::int64_t value) {
