@@ -12,7 +12,7 @@
 #include <sstream>
 
 #include "krlport/exceptions/system_exception.h"
-#include "krlport/platform/system.h"
+#include "krlport/platform/property.h"
 #include "krlport/portable/test_support.h"
 
 namespace {
@@ -50,9 +50,9 @@ TEST(LoggerLogTo, MakesTheDirectoriesEmptiesTheFileAndNeedsRoomForThePath) {
 
   // Without KORLAN_ADM the path lies below /korlan.
   ScopedEnv no_adm("KORLAN_ADM", nullptr);
-  krl_internal::set_property_file_path("/nonexistent/properties");
+  krl_internal::set_property_location("/nonexistent/properties");
   EXPECT_EQ(KRLLogger::log_to("x.log", path, std::strlen("/korlan/log/x.log"), 0), 0);
-  krl_internal::set_property_file_path(nullptr);
+  krl_internal::set_property_location(nullptr);
 }
 
 TEST(LoggerLogTo, RelativeAdmAndUnmakeableDirectoryUseTheCurrentDirectory) {
