@@ -5,10 +5,15 @@
 
 namespace krl_internal {
 
-// Writes the path of file into path (size chars): $KORLAN_ADM/log/<file>
-// (the property, environment first), else /korlan/log/<file>, and makes the
-// missing directories above it. When one can't be made, the bare file in the
-// current directory. There is no second try at /korlan after KORLAN_ADM.
+// Writes the path of file into path (size chars) and makes the missing
+// directories above it, walking down from the path's root (platform/file.h)
+// and stopping at the first that can't be made. In order:
+//   the property KORLAN_ADM (environment first): <adm>\log\<file> on
+//     Windows, <adm>/log/<file> else;
+//   without it: X:\korlan\log\<file> on the current drive X on Windows,
+//     /korlan/log/<file> else;
+//   when a directory can't be made: the bare file in the current directory.
+// There is no second try at the default after KORLAN_ADM.
 // False when the path does not fit in size: path is untouched if the first
 // formatting failed, and holds the directory path if only the bare name did
 // not fit.
