@@ -35,7 +35,8 @@ bool make_directories(char* path) {
   return made;
 }
 
-// Formats the log path of file into path; false when it doesn't fit.
+}  // namespace
+
 bool format_log_path(const char* file, char* path, unsigned int size) {
   const char* const adm = BaseUtil::GetProperty("KORLAN_ADM");
   const char sep = path_separator();
@@ -55,8 +56,6 @@ bool format_log_path(const char* file, char* path, unsigned int size) {
   }
   return true;
 }
-
-}  // namespace
 
 bool log_file_path(const char* file, char* path, unsigned int size) {
   if (!format_log_path(file, path, size)) return false;

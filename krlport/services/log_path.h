@@ -21,6 +21,10 @@ namespace krl_internal {
 // concurrent property look-up.
 bool log_file_path(const char* file, char* path, unsigned int size);
 
+// The first step of log_file_path alone: formats the path from KORLAN_ADM or
+// the default, and makes nothing. False when it does not fit in size.
+bool format_log_path(const char* file, char* path, unsigned int size);
+
 }  // namespace krl_internal
 
 #endif  // KRLPORT_SERVICES_LOG_PATH_H_
