@@ -91,8 +91,9 @@ TEST(LoggerLogTo, RelativeAdmAndUnmakeableDirectoryUseTheCurrentDirectory) {
       // A leading backslash without a drive: the walk's first step is the
       // empty name, which can't be made.
       {"\\adm", "f.log"},
-      // Only backslashes separate: "a/b" is one name, which can't be made.
-      {native({g_dir, "a/b"}), "f.log"},
+      // Only backslashes separate the walk's steps: "fw/x" is one step, and
+      // _mkdir can't make it while fw is missing.
+      {native({g_dir, "fw/x"}), "f.log"},
 #endif
   };
   for (const auto& c : cases) {
