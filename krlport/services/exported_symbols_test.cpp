@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <set>
 #include <string>
@@ -49,46 +50,83 @@ std::string read_file(const char* path) {
 #if defined(_WIN32)
 // The file of the DLL this program runs with, as the system found it.
 std::string library_path() {
+  HMODULE dll = ::GetModuleHandleA("krlport_r_6.dll");
   char path[MAX_PATH] = "";
-  ::GetModuleFileNameA(::GetModuleHandleA("krlport_r_6.dll"), path, sizeof path);
+  if (dll != nullptr) ::GetModuleFileNameA(dll, path, sizeof path);
   return path;
 }
 
-// The names of the PE export directory of a DLL (PE32+). Offsets and fields
-// as in the PE format: the DOS header points at "PE\0\0", the COFF header
-// follows, then the optional header whose first data directory is the export
-// table; relative addresses map to the file through the section table.
-std::set<std::string> exported_names(const char* path) {
-  const std::string image = read_file(path);
-  std::set<std::string> names;
-  if (image.compare(0, 2, "MZ") != 0) return names;
-  const auto pe = read_at<std::uint32_t>(image, 0x3C);
-  if (image.compare(pe, 4, std::string("PE\0\0", 4)) != 0) return names;
-  const std::size_t coff = pe + 4;
-  const auto sections = read_at<std::uint16_t>(image, coff + 2);
-  const auto optional_size = read_at<std::uint16_t>(image, coff + 16);
-  const std::size_t optional = coff + 20;
-  if (read_at<std::uint16_t>(image, optional) != 0x20B) return names;  // not PE32+
-  const auto export_rva = read_at<std::uint32_t>(image, optional + 112);
-  const std::size_t section_table = optional + optional_size;
-  auto file_offset = [&](std::uint32_t rva) -> std::size_t {
-    for (unsigned i = 0; i < sections; ++i) {
-      const std::size_t h = section_table + 40 * i;
-      const auto size = read_at<std::uint32_t>(image, h + 8);
-      const auto address = read_at<std::uint32_t>(image, h + 12);
-      const auto raw = read_at<std::uint32_t>(image, h + 20);
+// A PE32+ file (a DLL) read from disk. Offsets and fields as in the PE
+// format: the DOS header points at "PE\0\0", the COFF header follows, then
+// the optional header, whose data directories begin at its byte 112 (the
+// export table first, the import table second); relative addresses map to
+// the file through the section table. Reads past the end give zeros.
+class PeFile {
+ public:
+  explicit PeFile(const char* path) : _image(read_file(path)) {
+    if (_image.compare(0, 2, "MZ") != 0) return;
+    const auto pe = read_at<std::uint32_t>(_image, 0x3C);
+    if (_image.compare(pe, 4, std::string("PE\0\0", 4)) != 0) return;
+    const std::size_t coff = pe + 4;
+    _sections = read_at<std::uint16_t>(_image, coff + 2);
+    _optional = coff + 20;
+    _section_table = _optional + read_at<std::uint16_t>(_image, coff + 16);
+    _valid = read_at<std::uint16_t>(_image, _optional) == 0x20B;
+  }
+
+  bool valid() const { return _valid; }
+  // File offset of data directory i's contents.
+  std::size_t directory(unsigned i) const {
+    return offset(read_at<std::uint32_t>(_image, _optional + 112 + 8 * i));
+  }
+  std::size_t offset(std::uint32_t rva) const {
+    for (unsigned i = 0; i < _sections; ++i) {
+      const std::size_t h = _section_table + 40 * i;
+      const auto size = read_at<std::uint32_t>(_image, h + 8);
+      const auto address = read_at<std::uint32_t>(_image, h + 12);
+      const auto raw = read_at<std::uint32_t>(_image, h + 20);
       if (rva >= address && rva < address + size) return raw + (rva - address);
     }
-    return image.size();  // reads past the end give zeros
-  };
-  const std::size_t directory = file_offset(export_rva);
-  const auto count = read_at<std::uint32_t>(image, directory + 24);
-  const std::size_t name_table = file_offset(read_at<std::uint32_t>(image, directory + 32));
+    return _image.size();
+  }
+  std::uint32_t u32(std::size_t at) const { return read_at<std::uint32_t>(_image, at); }
+  // The text at relative address rva, or null.
+  const char* text(std::uint32_t rva) const {
+    const std::size_t at = offset(rva);
+    return at < _image.size() ? _image.c_str() + at : nullptr;
+  }
+
+ private:
+  std::string _image;
+  std::size_t _optional = 0, _section_table = 0;
+  unsigned _sections = 0;
+  bool _valid = false;
+};
+
+// The names of the DLL's export directory.
+std::set<std::string> exported_names(const char* path) {
+  const PeFile dll(path);
+  std::set<std::string> names;
+  if (!dll.valid()) return names;
+  const std::size_t exports = dll.directory(0);
+  const std::uint32_t count = dll.u32(exports + 24);
+  const std::size_t name_table = dll.offset(dll.u32(exports + 32));
   for (std::uint32_t k = 0; k < count; ++k) {
-    const std::size_t at = file_offset(read_at<std::uint32_t>(image, name_table + 4 * k));
-    if (at < image.size()) add_name(names, image.c_str() + at);
+    if (const char* raw = dll.text(dll.u32(name_table + 4 * k))) add_name(names, raw);
   }
   return names;
+}
+
+// The DLLs that the DLL imports from, by their names in its import table.
+std::set<std::string> imported_libraries(const char* path) {
+  const PeFile dll(path);
+  std::set<std::string> libraries;
+  if (!dll.valid()) return libraries;
+  // Import descriptors of 20 bytes, the name at byte 12; a zero one ends.
+  for (std::size_t at = dll.directory(1); dll.u32(at + 12) != 0; at += 20) {
+    if (const char* name = dll.text(dll.u32(at + 12))) libraries.insert(name);
+  }
+  return libraries;
 }
 #else
 std::string library_path() { return KRLPORT_SHARED_LIBRARY; }
@@ -155,5 +193,22 @@ TEST(ExportedSymbolsTest, TheHostGetsTheLibrarysScanner) {
   EXPECT_EQ("prog: illegal option -- q\n", testing::internal::GetCapturedStdout());
   EXPECT_EQ('q', optopt);
 }
+
+#if defined(_WIN32)
+// One C++ runtime on both sides of the boundary: the DLL imports it, and this
+// program's std::cout lies in that same module. So there is one std::cout,
+// whose address the library compares with the streams it is given.
+TEST(ExportedSymbolsTest, TheDllAndTheHostShareOneCxxRuntime) {
+  const std::string library = library_path();
+  EXPECT_EQ(1u, imported_libraries(library.c_str()).count("libstdc++-6.dll")) << library;
+  HMODULE runtime = ::GetModuleHandleA("libstdc++-6.dll");
+  ASSERT_NE(nullptr, runtime);
+  HMODULE of_cout = nullptr;
+  ASSERT_TRUE(::GetModuleHandleExA(
+      GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+      reinterpret_cast<LPCSTR>(&std::cout), &of_cout));
+  EXPECT_EQ(runtime, of_cout);
+}
+#endif
 
 }  // namespace
