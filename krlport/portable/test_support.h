@@ -6,11 +6,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#ifdef _WIN32
-#include <io.h>
-#else
 #include <unistd.h>
-#endif
 
 #include <cstdio>
 #include <cstdlib>
@@ -18,38 +14,16 @@
 #include <fstream>
 #include <functional>
 #include <iostream>
-#include <random>
 #include <sstream>
 #include <string>
 
 namespace krl_test {
 
-#ifdef _WIN32
-// Windows has no setenv; an empty value removes the variable there.
-inline void set_env(const char* name, const char* value) { ::_putenv_s(name, value); }
-inline void unset_env(const char* name) { ::_putenv_s(name, ""); }
-constexpr int kNoInherit = _O_NOINHERIT;
-#else
-inline void set_env(const char* name, const char* value) { ::setenv(name, value, 1); }
-inline void unset_env(const char* name) { ::unsetenv(name); }
-constexpr int kNoInherit = O_CLOEXEC;
-#endif
-
 class TempDir {
  public:
-  // A new directory of a random name (mkdtemp's way, which Windows lacks).
   TempDir() {
-    std::error_code ec;
-    const std::filesystem::path tmp = std::filesystem::temp_directory_path(ec);
-    std::random_device seed;
-    std::mt19937_64 random(seed());
-    for (int attempt = 0; !ec && attempt < 100; ++attempt) {
-      const std::filesystem::path p = tmp / ("krlport_" + std::to_string(random() % 1000000000));
-      if (std::filesystem::create_directory(p, ec)) {
-        _path = p.string();
-        break;
-      }
-    }
+    std::string templ = std::filesystem::temp_directory_path().string() + "/krlport_XXXXXX";
+    if (::mkdtemp(&templ[0]) != nullptr) _path = templ;
   }
   ~TempDir() {
     std::error_code ignored;
@@ -58,19 +32,13 @@ class TempDir {
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
 
-  const std::string& path() const { return _path; }  // empty when none could be made
+  const std::string& path() const { return _path; }  // empty when mkdtemp failed
 
   // Writes an executable file; returns its path.
   std::string add_file(const std::string& name, const std::string& content = "#!/bin/sh\n") const {
     const std::string full = _path + "/" + name;
     std::ofstream(full, std::ios::binary) << content;
-    std::error_code ignored;  // Windows knows no execute bit
-    std::filesystem::permissions(
-        full,
-        std::filesystem::perms::owner_all | std::filesystem::perms::group_read |
-            std::filesystem::perms::group_exec | std::filesystem::perms::others_read |
-            std::filesystem::perms::others_exec,
-        ignored);
+    ::chmod(full.c_str(), 0755);
     return full;
   }
 
@@ -83,9 +51,9 @@ class ScopedEnv {
  public:
   ScopedEnv(const char* name, const char* value) : _name(name), _had(std::getenv(name) != nullptr) {
     if (_had) _old = std::getenv(name);
-    value != nullptr ? set_env(name, value) : unset_env(name);
+    value != nullptr ? ::setenv(name, value, 1) : ::unsetenv(name);
   }
-  ~ScopedEnv() { _had ? set_env(_name, _old.c_str()) : unset_env(_name); }
+  ~ScopedEnv() { _had ? ::setenv(_name, _old.c_str(), 1) : ::unsetenv(_name); }
   ScopedEnv(const ScopedEnv&) = delete;
   ScopedEnv& operator=(const ScopedEnv&) = delete;
 
@@ -107,7 +75,7 @@ inline std::string stderr_of(const std::function<void()>& f) {
   const char* const path = "stderr_of";
   std::fflush(stderr);
   const int saved = ::dup(2);
-  const int file = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | kNoInherit, 0600);
+  const int file = ::open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   ::dup2(file, 2);
   ::close(file);
   f();
