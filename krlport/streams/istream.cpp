@@ -121,7 +121,7 @@ int KRListream::_type_number() { return 0; }
 
 void KRListream::eatSpace() {
   _strm->get();
-  _offset += 1;
+  krl_internal::advance_offset(_offset, 1);
 }
 
 KRListream& KRListream::operator>>(KRLWChar& c) { return *this >> c.wc(); }
@@ -129,7 +129,7 @@ KRListream& KRListream::operator>>(KRLWChar& c) { return *this >> c.wc(); }
 KRListream& KRListream::operator>>(char& v) {
   extract(*_strm, v);
   drop_separator(*_strm);
-  _offset += 2;
+  krl_internal::advance_offset(_offset, 2);
   return *this;
 }
 
@@ -138,137 +138,137 @@ KRListream& KRListream::operator>>(unsigned char& v) {
   extract(*_strm, wide);
   v = static_cast<unsigned char>(wide);
   drop_separator(*_strm);
-  _offset += 5;
+  krl_internal::advance_offset(_offset, 5);
   return *this;
 }
 
 KRListream& KRListream::operator>>(short& v) {
   extract(*_strm, v);
   drop_separator(*_strm);
-  _offset += 3;
+  krl_internal::advance_offset(_offset, 3);
   return *this;
 }
 
 KRListream& KRListream::operator>>(unsigned short& v) {
   extract(*_strm, v);
   drop_separator(*_strm);
-  _offset += 3;
+  krl_internal::advance_offset(_offset, 3);
   return *this;
 }
 
 KRListream& KRListream::operator>>(int& v) {
   extract(*_strm, v);
   drop_separator(*_strm);
-  _offset += 5;
+  krl_internal::advance_offset(_offset, 5);
   return *this;
 }
 
 KRListream& KRListream::operator>>(unsigned int& v) {
   extract(*_strm, v);
   drop_separator(*_strm);
-  _offset += 5;
+  krl_internal::advance_offset(_offset, 5);
   return *this;
 }
 
 KRListream& KRListream::operator>>(long& v) {
   extract(*_strm, v);
   drop_separator(*_strm);
-  _offset += 5;
+  krl_internal::advance_offset(_offset, 5);
   return *this;
 }
 
 KRListream& KRListream::operator>>(unsigned long& v) {
   extract(*_strm, v);
   drop_separator(*_strm);
-  _offset += 5;
+  krl_internal::advance_offset(_offset, 5);
   return *this;
 }
 
 KRListream& KRListream::operator>>(float& v) {
   extract(*_strm, v);
   drop_separator(*_strm);
-  _offset += 5;
+  krl_internal::advance_offset(_offset, 5);
   return *this;
 }
 
 KRListream& KRListream::operator>>(double& v) {
   extract(*_strm, v);
   drop_separator(*_strm);
-  _offset += 9;
+  krl_internal::advance_offset(_offset, 9);
   return *this;
 }
 
 KRListream& KRListream::operator>>(long long& v) {
   extract_int64(*_strm, v);
   drop_separator(*_strm);
-  _offset += 9;
+  krl_internal::advance_offset(_offset, 9);
   return *this;
 }
 
 KRListream& KRListream::operator>>(unsigned long long& v) {
   extract_int64(*_strm, v);
   drop_separator(*_strm);
-  _offset += 9;
+  krl_internal::advance_offset(_offset, 9);
   return *this;
 }
 
 KRListream& KRListream::get(short* p, unsigned int n) {
   extract_array(*_strm, p, n);
-  _offset += 2L * n + 1;
+  krl_internal::advance_offset(_offset, std::size_t{2} * n + 1);
   return *this;
 }
 
 KRListream& KRListream::get(unsigned short* p, unsigned int n) {
   extract_array(*_strm, p, n);
-  _offset += 2L * n + 1;
+  krl_internal::advance_offset(_offset, std::size_t{2} * n + 1);
   return *this;
 }
 
 KRListream& KRListream::get(int* p, unsigned int n) {
   extract_array(*_strm, p, n);
-  _offset += 4L * n + 1;
+  krl_internal::advance_offset(_offset, std::size_t{4} * n + 1);
   return *this;
 }
 
 KRListream& KRListream::get(unsigned int* p, unsigned int n) {
   extract_array(*_strm, p, n);
-  _offset += 4L * n + 1;
+  krl_internal::advance_offset(_offset, std::size_t{4} * n + 1);
   return *this;
 }
 
 KRListream& KRListream::get(long* p, unsigned int n) {
   extract_array(*_strm, p, n);
-  _offset += 4L * n + 1;
+  krl_internal::advance_offset(_offset, std::size_t{4} * n + 1);
   return *this;
 }
 
 KRListream& KRListream::get(unsigned long* p, unsigned int n) {
   extract_array(*_strm, p, n);
-  _offset += 4L * n + 1;
+  krl_internal::advance_offset(_offset, std::size_t{4} * n + 1);
   return *this;
 }
 
 KRListream& KRListream::get(float* p, unsigned int n) {
   extract_array(*_strm, p, n);
-  _offset += 4L * n + 1;
+  krl_internal::advance_offset(_offset, std::size_t{4} * n + 1);
   return *this;
 }
 
 KRListream& KRListream::get(double* p, unsigned int n) {
   extract_array(*_strm, p, n);
-  _offset += 8L * n + 1;
+  krl_internal::advance_offset(_offset, std::size_t{8} * n + 1);
   return *this;
 }
 
 KRListream& KRListream::get(long long* p, unsigned int n) {
   extract_int64_array(*_strm, p, n);
-  _offset += 8L * n + 1;
+  krl_internal::advance_offset(_offset, std::size_t{8} * n + 1);
   return *this;
 }
 
 KRListream& KRListream::get(unsigned long long* p, unsigned int n) {
   extract_int64_array(*_strm, p, n);
-  _offset += 8L * n + 1;
+  krl_internal::advance_offset(_offset, std::size_t{8} * n + 1);
   return *this;
 }
 
@@ -276,7 +276,7 @@ KRListream& KRListream::get_wcbuf(unsigned short* p, unsigned int n) { return ge
 
 KRListream& KRListream::get(char* p, unsigned int n) {
   _strm->read(p, n);
-  _offset += n;
+  krl_internal::advance_offset(_offset, n);
   return *this;
 }
 
@@ -286,7 +286,7 @@ KRListream& KRListream::get(unsigned char* p, unsigned int n) {
 
 KRListream& KRListream::get(char& c) {
   _strm->get(c);
-  _offset += 1;
+  krl_internal::advance_offset(_offset, 1);
   return *this;
 }
 
@@ -294,11 +294,11 @@ KRListream& KRListream::get(unsigned char& c) {
   char byte = static_cast<char>(c);
   _strm->get(byte);
   c = static_cast<unsigned char>(byte);
-  _offset += 1;
+  krl_internal::advance_offset(_offset, 1);
   return *this;
 }
 
 int KRListream::get() {
-  _offset += 4;
+  krl_internal::advance_offset(_offset, 4);
   return _strm->get();
 }

@@ -180,34 +180,34 @@ int read_hex_escape(CharReader& in) {
 int read_escape(CharReader& in, int c, long& offset) {
   switch (c) {
     case 'n':
-      offset += 1;
+      krl_internal::advance_offset(offset, 1);
       return '\n';
     case 't':
-      offset += 1;
+      krl_internal::advance_offset(offset, 1);
       return '\t';
     case 'b':
-      offset += 1;
+      krl_internal::advance_offset(offset, 1);
       return '\b';
     case 'r':
-      offset += 1;
+      krl_internal::advance_offset(offset, 1);
       return '\r';
     case 'f':
-      offset += 1;
+      krl_internal::advance_offset(offset, 1);
       return '\f';
     case '\\':
-      offset += 1;
+      krl_internal::advance_offset(offset, 1);
       return '\\';
     case '"':
-      offset += 1;
+      krl_internal::advance_offset(offset, 1);
       return '"';
     case '[':
-      offset += 1;
+      krl_internal::advance_offset(offset, 1);
       return '{';
     case ']':
-      offset += 1;
+      krl_internal::advance_offset(offset, 1);
       return '}';
     case 'x':
-      offset += 4;
+      krl_internal::advance_offset(offset, 4);
       return read_hex_escape(in);
     default:
       break;
@@ -217,7 +217,7 @@ int read_escape(CharReader& in, int c, long& offset) {
   int value = 0;
   in.stream() >> value;
   in.get();
-  offset += 1;
+  krl_internal::advance_offset(offset, 1);
   return value & 0xFF;
 }
 
@@ -226,7 +226,7 @@ template <class Sink>
 void read_quoted(CharReader& in, Sink& sink, long& offset) {
   in.skip_space();
   const int first = in.get();
-  offset += 1;
+  krl_internal::advance_offset(offset, 1);
   if (in.stream().eof()) return report_eof();
   if (first != '"') {
     static const char* const kText[] = {"KRListream::getCString: Error reading Object ",
@@ -235,18 +235,19 @@ void read_quoted(CharReader& in, Sink& sink, long& offset) {
     return report(kText, 4);
   }
   for (;;) {
-    for (std::size_t run; (run = in.take_run(sink)) != 0;) offset += static_cast<long>(run);
+    for (std::size_t run; (run = in.take_run(sink)) != 0;)
+      krl_internal::advance_offset(offset, run);
     int c = in.get();
     if (c == kEof) return report_eof();
     if (c == '"') {
       if (sink.room()) {
         sink.terminate();
         in.get();  // the line feed behind the closing quote
-        offset += 1;
+        krl_internal::advance_offset(offset, 1);
       }
       return;
     }
-    offset += 1;
+    krl_internal::advance_offset(offset, 1);
     if (c == '\n') continue;
     if (!sink.room()) {
       static const char* const kText[] = {"KRListream::getCString: String Overflow\n"};
@@ -290,11 +291,11 @@ KRListream& KRListream::operator>>(char*& s) {
       return *this;
     }
     std::cin >> s;
-    _offset += static_cast<long>(std::strlen(s));
+    krl_internal::advance_offset(_offset, std::strlen(s));
     return *this;
   }
   const unsigned int n = read_length(*_strm);
-  _offset += 4;
+  krl_internal::advance_offset(_offset, 4);
   CORBA::string_free(s);
   s = nullptr;
   if (n >= 2) {
@@ -325,7 +326,7 @@ KRListream& KRListream::operator>>(char*& s) {
     }
   } else {
     _strm->get();
-    _offset += 1;
+    krl_internal::advance_offset(_offset, 1);
   }
   return *this;
 }
@@ -341,16 +342,6 @@ char* KRListream::read_long_string(unsigned int n) {
   return s;
 }
 
-namespace {
-
-// A declared count comes from the text and may be any 64-bit value: the
-// offset wraps as unsigned arithmetic does instead of overflowing.
-long wrapping_add(long offset, unsigned long amount) {
-  return static_cast<long>(static_cast<unsigned long>(offset) + amount);
-}
-
-}  // namespace
-
 // Reads the count, then the units through the virtual get(s, n). The text of
 // a count that fails to parse is 0: then nothing is read but the separator.
 KRListream& KRListream::operator>>(unsigned short*& s) {
@@ -363,14 +354,14 @@ KRListream& KRListream::operator>>(unsigned short*& s) {
   if (s == nullptr) {
     if (n > kTrustedUnits) {
       s = read_new_wide(n);
-      _offset = wrapping_add(_offset, 2 * n);
+      krl_internal::advance_offset(_offset, 2 * n);
       return *this;
     }
     s = static_cast<unsigned short*>(::operator new((n + 1) * sizeof(unsigned short)));
     std::memset(s, 0, (n + 1) * sizeof(unsigned short));
   }
   get(s, static_cast<unsigned int>(n));
-  _offset = wrapping_add(_offset, 2 * n);
+  krl_internal::advance_offset(_offset, 2 * n);
   return *this;
 }
 
@@ -392,7 +383,7 @@ unsigned short* KRListream::read_new_wide(unsigned long n) {
     ++pieces;
     left -= step;
   } while (left != 0 && _strm->good() && is_available(2 * std::min(left, kTrustedUnits)) != 0);
-  _offset = wrapping_add(_offset, 2 * left - (pieces - 1));
+  krl_internal::advance_offset(_offset, 2 * left - (pieces - 1));
   auto* s =
       static_cast<unsigned short*>(::operator new((units.size() + 1) * sizeof(unsigned short)));
   if (!units.empty()) std::memcpy(s, units.data(), units.size() * sizeof(unsigned short));

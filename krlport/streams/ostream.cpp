@@ -94,85 +94,85 @@ KRLostream& KRLostream::operator<<(char v) {
   } else {
     *_strm << v << ' ';
   }
-  _offset += 2;
+  krl_internal::advance_offset(_offset, 2);
   return *this;
 }
 
 KRLostream& KRLostream::operator<<(unsigned char v) {
   write_integer<unsigned char, int>(*_strm, v);
-  _offset += 2;
+  krl_internal::advance_offset(_offset, 2);
   return *this;
 }
 
 KRLostream& KRLostream::operator<<(short v) {
   write_integer(*_strm, v);
-  _offset += 3;
+  krl_internal::advance_offset(_offset, 3);
   return *this;
 }
 
 KRLostream& KRLostream::operator<<(unsigned short v) {
   write_integer(*_strm, v);
-  _offset += 3;
+  krl_internal::advance_offset(_offset, 3);
   return *this;
 }
 
 KRLostream& KRLostream::operator<<(int v) {
   write_integer(*_strm, v);
-  _offset += 5;
+  krl_internal::advance_offset(_offset, 5);
   return *this;
 }
 
 KRLostream& KRLostream::operator<<(unsigned int v) {
   write_integer(*_strm, v);
-  _offset += 5;
+  krl_internal::advance_offset(_offset, 5);
   return *this;
 }
 
 KRLostream& KRLostream::operator<<(long v) {
   write_integer(*_strm, v);
-  _offset += 5;
+  krl_internal::advance_offset(_offset, 5);
   return *this;
 }
 
 KRLostream& KRLostream::operator<<(unsigned long v) {
   write_integer(*_strm, v);
-  _offset += 5;
+  krl_internal::advance_offset(_offset, 5);
   return *this;
 }
 
 KRLostream& KRLostream::operator<<(float v) {
   write_floating(*_strm, v);
-  _offset += 5;
+  krl_internal::advance_offset(_offset, 5);
   return *this;
 }
 
 KRLostream& KRLostream::operator<<(double v) {
   write_floating(*_strm, v);
-  _offset += 9;
+  krl_internal::advance_offset(_offset, 9);
   return *this;
 }
 
 KRLostream& KRLostream::operator<<(long long v) {
   write_floating(*_strm, static_cast<double>(v));
-  _offset += 9;
+  krl_internal::advance_offset(_offset, 9);
   return *this;
 }
 
 KRLostream& KRLostream::operator<<(unsigned long long v) {
   write_floating(*_strm, static_cast<double>(v));
-  _offset += 9;
+  krl_internal::advance_offset(_offset, 9);
   return *this;
 }
 
 KRLostream& KRLostream::put(char c) {
   _strm->put(c);
-  _offset += 1;
+  krl_internal::advance_offset(_offset, 1);
   return *this;
 }
 
 KRLostream& KRLostream::put(const char* p, unsigned int n) {
   if (n != 0) _strm->write(p, n);
-  _offset += n;
+  krl_internal::advance_offset(_offset, n);
   return *this;
 }
 
@@ -182,61 +182,61 @@ KRLostream& KRLostream::put(const unsigned char* p, unsigned int n) {
 
 KRLostream& KRLostream::put(const short* p, unsigned int n) {
   write_integers(*_strm, p, n);
-  _offset += 3L * n;
+  krl_internal::advance_offset(_offset, std::size_t{3} * n);
   return *this;
 }
 
 KRLostream& KRLostream::put(const unsigned short* p, unsigned int n) {
   write_integers(*_strm, p, n);
-  _offset += 3L * n;
+  krl_internal::advance_offset(_offset, std::size_t{3} * n);
   return *this;
 }
 
 KRLostream& KRLostream::put(const int* p, unsigned int n) {
   write_integers(*_strm, p, n);
-  _offset += 5L * n;
+  krl_internal::advance_offset(_offset, std::size_t{5} * n);
   return *this;
 }
 
 KRLostream& KRLostream::put(const unsigned int* p, unsigned int n) {
   write_integers(*_strm, p, n);
-  _offset += 5L * n;
+  krl_internal::advance_offset(_offset, std::size_t{5} * n);
   return *this;
 }
 
 KRLostream& KRLostream::put(const long* p, unsigned int n) {
   write_integers(*_strm, p, n);
-  _offset += 5L * n;
+  krl_internal::advance_offset(_offset, std::size_t{5} * n);
   return *this;
 }
 
 KRLostream& KRLostream::put(const unsigned long* p, unsigned int n) {
   write_integers(*_strm, p, n);
-  _offset += 5L * n;
+  krl_internal::advance_offset(_offset, std::size_t{5} * n);
   return *this;
 }
 
 KRLostream& KRLostream::put(const float* p, unsigned int n) {
   for (unsigned int i = 0; i < n; ++i) write_floating(*_strm, p[i]);
-  _offset += 5L * n;
+  krl_internal::advance_offset(_offset, std::size_t{5} * n);
   return *this;
 }
 
 KRLostream& KRLostream::put(const double* p, unsigned int n) {
   for (unsigned int i = 0; i < n; ++i) write_floating(*_strm, p[i]);
-  _offset += 9L * n;
+  krl_internal::advance_offset(_offset, std::size_t{9} * n);
   return *this;
 }
 
 KRLostream& KRLostream::put(const long long* p, unsigned int n) {
   for (unsigned int i = 0; i < n; ++i) write_floating(*_strm, static_cast<double>(p[i]));
-  _offset += 9L * n;
+  krl_internal::advance_offset(_offset, std::size_t{9} * n);
   return *this;
 }
 
 KRLostream& KRLostream::put(const unsigned long long* p, unsigned int n) {
   for (unsigned int i = 0; i < n; ++i) write_floating(*_strm, static_cast<double>(p[i]));
-  _offset += 9L * n;
+  krl_internal::advance_offset(_offset, std::size_t{9} * n);
   return *this;
 }
 

@@ -116,18 +116,18 @@ void write_count(std::ostream& s, unsigned int n) {
 }  // namespace
 
 KRLostream& KRLostream::operator<<(const char* s) {
-  const unsigned long length = s == nullptr ? 0 : std::strlen(s);
+  const std::size_t length = s == nullptr ? 0 : std::strlen(s);
   if (_strm == &std::cout || _strm == &std::cerr) {
     if (s != nullptr) *_strm << s;
-    _offset += static_cast<long>(length) + 1;
+    krl_internal::advance_offset(_offset, length + 1);
     return *this;
   }
   const unsigned int n = s == nullptr ? 0 : static_cast<unsigned int>(length + 1);
   write_count(*_strm, n);
-  _offset += 4;
+  krl_internal::advance_offset(_offset, 4);
   if (n > 1) return putCString(s);
   _strm->put(' ');
-  _offset += 1;
+  krl_internal::advance_offset(_offset, 1);
   return *this;
 }
 
@@ -135,13 +135,13 @@ KRLostream& KRLostream::putCString(const char* s) {
   ChunkWriter out(*_strm);
   *out.room(1) = '"';
   out.commit(1);
-  long added = 3;  // the two quotes and the line feed
+  std::size_t added = 3;  // the two quotes and the line feed
   const unsigned char* p = reinterpret_cast<const unsigned char*>(s);
   const unsigned char* const end = p + std::strlen(s);
   for (;;) {
     const std::size_t run = plain_run(p, static_cast<std::size_t>(end - p));
     out.append(reinterpret_cast<const char*>(p), run);
-    added += static_cast<long>(run);
+    added += run;
     p += run;
     if (p == end) break;
     const char second = kEscapes.second[*p];
@@ -163,7 +163,7 @@ KRLostream& KRLostream::putCString(const char* s) {
   at[0] = '"';
   at[1] = '\n';
   out.commit(2);
-  _offset += added;
+  krl_internal::advance_offset(_offset, added);
   return *this;
 }
 
@@ -177,6 +177,6 @@ KRLostream& KRLostream::operator<<(const unsigned short* s) {
   const unsigned long count = krl_internal::wide_length(s) + 1;
   write_count(*_strm, static_cast<unsigned int>(count));
   _strm->put(' ');
-  _offset += 2 * static_cast<long>(count) + 2;
+  krl_internal::advance_offset(_offset, 2 * std::size_t{count} + 2);
   return put(s, static_cast<unsigned int>(count));
 }

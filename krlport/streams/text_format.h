@@ -12,12 +12,21 @@
 #define KRLPORT_STREAMS_TEXT_FORMAT_H_
 
 #include <charconv>
+#include <cstddef>
 #include <ios>
 #include <locale>
 #include <ostream>
 #include <type_traits>
 
 namespace krl_internal {
+
+// Adds amount to a stream's running offset. The offset is a long, 32 bits on
+// Windows: it wraps there, as unsigned arithmetic does, where a plain +=
+// would overflow.
+inline void advance_offset(long& offset, std::size_t amount) {
+  offset =
+      static_cast<long>(static_cast<unsigned long>(offset) + static_cast<unsigned long>(amount));
+}
 
 // Room for the longest text the fast paths make: a "%.17g" double, a sign,
 // the separator.
