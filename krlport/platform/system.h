@@ -5,8 +5,6 @@
 #ifndef KRLPORT_PLATFORM_SYSTEM_H_
 #define KRLPORT_PLATFORM_SYSTEM_H_
 
-#include <netdb.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -56,13 +54,6 @@ void set_property_file_path(const char* path);
 // '#' are comments) and copies value without its line end into out, cut to
 // size - 1 characters and terminated. False when the file or name is missing.
 bool read_property(const char* name, char* out, std::size_t size);
-
-// Reentrant resolver calls. entry and data (of size bytes) receive the result,
-// which is entry or null; on null, error gets the resolver's h_errno.
-hostent* lookup_host_by_name(const char* name, hostent* entry, char* data, std::size_t size,
-                             int& error);
-hostent* lookup_host_by_address(const void* addr, int len, int type, hostent* entry, char* data,
-                                std::size_t size, int& error);
 
 }  // namespace krl_internal
 

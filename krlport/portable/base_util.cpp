@@ -5,6 +5,7 @@
 #include <iostream>
 #include <string>
 
+#include "krlport/platform/resolver.h"
 #include "krlport/platform/system.h"
 #include "krlport/portable/base_util.h"
 
