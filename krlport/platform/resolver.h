@@ -9,8 +9,6 @@
 #include <cstddef>
 #include <cstdint>
 
-struct hostent;
-
 namespace krl_internal {
 
 // The resolver's "try again" error: TRY_AGAIN (h_errno) on Linux,
@@ -18,18 +16,18 @@ namespace krl_internal {
 extern const int kResolverTryAgain;
 
 // Looks a host up by name, or by address (addr holds len bytes of an address
-// of family type). Returns the result, or null with error set to the
-// resolver's error (h_errno; WSAGetLastError on Windows).
+// of family type). Returns the result, a hostent record of the socket
+// library, or null with error set to the resolver's error (h_errno;
+// WSAGetLastError on Windows). entry is a hostent too.
 //
 // On Linux the look-up is reentrant: the result is built in entry and in data
 // (size bytes), and stays valid as long as they do. On Windows it is
 // gethostbyname / gethostbyaddr, whose result lives in the socket library's
 // per-thread storage until the thread's next look-up; entry and data are not
 // used there. Safe from any thread either way.
-hostent* lookup_host_by_name(const char* name, hostent* entry, char* data, std::size_t size,
-                             int& error);
-hostent* lookup_host_by_address(const void* addr, int len, int type, hostent* entry, char* data,
-                                std::size_t size, int& error);
+void* lookup_host_by_name(const char* name, void* entry, char* data, std::size_t size, int& error);
+void* lookup_host_by_address(const void* addr, int len, int type, void* entry, char* data,
+                             std::size_t size, int& error);
 
 // This host's name (gethostname) into out, size bytes at most; what the call
 // leaves there on failure is unspecified. True on success.

@@ -8,23 +8,23 @@ namespace krl_internal {
 
 const int kResolverTryAgain = TRY_AGAIN;
 
-hostent* lookup_host_by_name(const char* name, hostent* entry, char* data, std::size_t size,
-                             int& error) {
+void* lookup_host_by_name(const char* name, void* entry, char* data, std::size_t size, int& error) {
   hostent* result = nullptr;
   int herr = 0;
-  if (::gethostbyname_r(name, entry, data, size, &result, &herr) != 0 || result == nullptr) {
+  if (::gethostbyname_r(name, static_cast<hostent*>(entry), data, size, &result, &herr) != 0 ||
+      result == nullptr) {
     error = herr;
     return nullptr;
   }
   return result;
 }
 
-hostent* lookup_host_by_address(const void* addr, int len, int type, hostent* entry, char* data,
-                                std::size_t size, int& error) {
+void* lookup_host_by_address(const void* addr, int len, int type, void* entry, char* data,
+                             std::size_t size, int& error) {
   hostent* result = nullptr;
   int herr = 0;
-  if (::gethostbyaddr_r(addr, static_cast<socklen_t>(len), type, entry, data, size, &result,
-                        &herr) != 0 ||
+  if (::gethostbyaddr_r(addr, static_cast<socklen_t>(len), type, static_cast<hostent*>(entry), data,
+                        size, &result, &herr) != 0 ||
       result == nullptr) {
     error = herr;
     return nullptr;

@@ -11,14 +11,14 @@ namespace krl_internal {
 
 const int kResolverTryAgain = WSATRY_AGAIN;
 
-hostent* lookup_host_by_name(const char* name, hostent*, char*, std::size_t, int& error) {
+void* lookup_host_by_name(const char* name, void*, char*, std::size_t, int& error) {
   hostent* result = ::gethostbyname(name);
   if (result == nullptr) error = WSAGetLastError();
   return result;
 }
 
-hostent* lookup_host_by_address(const void* addr, int len, int type, hostent*, char*, std::size_t,
-                                int& error) {
+void* lookup_host_by_address(const void* addr, int len, int type, void*, char*, std::size_t,
+                             int& error) {
   hostent* result = ::gethostbyaddr(static_cast<const char*>(addr), len, type);
   if (result == nullptr) error = WSAGetLastError();
   return result;

@@ -8,6 +8,9 @@
 // the SOCKET handle's value: handles are significant in their low 32 bits
 // only, so the value fits an int and -1 stands for INVALID_SOCKET.
 //
+// Addresses are the socket library's sockaddr records, passed as untyped
+// pointers with their length in bytes.
+//
 // Error numbers are the system's own socket errors, captured at the call:
 // errno on Linux, WSAGetLastError on Windows (where a refused connect is
 // 10061). A function that can fail returns that number, 0 on success.
@@ -15,8 +18,6 @@
 #define KRLPORT_PLATFORM_SOCKET_H_
 
 #include <cstddef>
-
-struct sockaddr;
 
 namespace krl_internal {
 
@@ -42,16 +43,16 @@ void close_socket(int fd);
 // Switches fd to non-blocking mode (FIONBIO).
 int set_nonblocking(int fd);
 
-int bind_socket(int fd, const sockaddr* address, int length);
+int bind_socket(int fd, const void* address, int length);
 int listen_socket(int fd, int backlog);
 
 // Accepts one connection into fd (-1 on failure); peer gets length bytes at
 // most of its address, and length what was written. Restarts when a signal
 // cuts the wait short. On Linux the new socket is close-on-exec.
-int accept_socket(int listener, sockaddr* peer, int& length, int& fd);
+int accept_socket(int listener, void* peer, int& length, int& fd);
 
 // Starts a connect; 0 when connected at once.
-int connect_socket(int fd, const sockaddr* address, int length);
+int connect_socket(int fd, const void* address, int length);
 
 // True when error from connect_socket means a connection still under way, to
 // be waited for with wait_connected: a non-blocking connect in progress
@@ -70,14 +71,14 @@ int wait_connected(int fd, long long timeout_ms, int& error);
 
 // The address fd is bound to, or of its peer: length bytes at most, and
 // length what was written.
-int socket_name(int fd, sockaddr* address, int& length);
-int peer_name(int fd, sockaddr* address, int& length);
+int socket_name(int fd, void* address, int& length);
+int peer_name(int fd, void* address, int& length);
 
 // Sets SO_REUSEADDR to on.
 int set_address_reuse(int fd, bool on);
 
-// One send or recv with flags 0: the byte count, or -1. A length beyond the system's limit for one call
-// (INT_MAX on Windows) is cut to it.
+// One send or recv with flags 0: the byte count, or -1. A length beyond the system's limit for one
+// call (INT_MAX on Windows) is cut to it.
 long long send_bytes(int fd, const char* data, std::size_t length);
 long long receive_bytes(int fd, char* data, std::size_t length);
 

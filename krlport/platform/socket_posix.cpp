@@ -38,16 +38,16 @@ int set_nonblocking(int fd) {
   return outcome(::ioctl(fd, FIONBIO, &on));
 }
 
-int bind_socket(int fd, const sockaddr* address, int length) {
-  return outcome(::bind(fd, address, static_cast<socklen_t>(length)));
+int bind_socket(int fd, const void* address, int length) {
+  return outcome(::bind(fd, static_cast<const sockaddr*>(address), static_cast<socklen_t>(length)));
 }
 
 int listen_socket(int fd, int backlog) { return outcome(::listen(fd, backlog)); }
 
-int accept_socket(int listener, sockaddr* peer, int& length, int& fd) {
+int accept_socket(int listener, void* peer, int& length, int& fd) {
   for (;;) {
     socklen_t size = static_cast<socklen_t>(length);
-    fd = ::accept4(listener, peer, &size, SOCK_CLOEXEC);
+    fd = ::accept4(listener, static_cast<sockaddr*>(peer), &size, SOCK_CLOEXEC);
     if (fd >= 0) {
       length = static_cast<int>(size);
       return 0;
@@ -56,8 +56,9 @@ int accept_socket(int listener, sockaddr* peer, int& length, int& fd) {
   }
 }
 
-int connect_socket(int fd, const sockaddr* address, int length) {
-  return outcome(::connect(fd, address, static_cast<socklen_t>(length)));
+int connect_socket(int fd, const void* address, int length) {
+  return outcome(
+      ::connect(fd, static_cast<const sockaddr*>(address), static_cast<socklen_t>(length)));
 }
 
 // EAGAIN is not one: on a TCP socket here it means that no local port is
@@ -88,16 +89,16 @@ int wait_connected(int fd, long long timeout_ms, int& error) {
   }
 }
 
-int socket_name(int fd, sockaddr* address, int& length) {
+int socket_name(int fd, void* address, int& length) {
   socklen_t size = static_cast<socklen_t>(length);
-  const int result = outcome(::getsockname(fd, address, &size));
+  const int result = outcome(::getsockname(fd, static_cast<sockaddr*>(address), &size));
   length = static_cast<int>(size);
   return result;
 }
 
-int peer_name(int fd, sockaddr* address, int& length) {
+int peer_name(int fd, void* address, int& length) {
   socklen_t size = static_cast<socklen_t>(length);
-  const int result = outcome(::getpeername(fd, address, &size));
+  const int result = outcome(::getpeername(fd, static_cast<sockaddr*>(address), &size));
   length = static_cast<int>(size);
   return result;
 }

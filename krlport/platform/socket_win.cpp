@@ -61,15 +61,15 @@ int set_nonblocking(int fd) {
   return outcome(::ioctlsocket(native(fd), FIONBIO, &on));
 }
 
-int bind_socket(int fd, const sockaddr* address, int length) {
-  return outcome(::bind(native(fd), address, length));
+int bind_socket(int fd, const void* address, int length) {
+  return outcome(::bind(native(fd), static_cast<const sockaddr*>(address), length));
 }
 
 int listen_socket(int fd, int backlog) { return outcome(::listen(native(fd), backlog)); }
 
-int accept_socket(int listener, sockaddr* peer, int& length, int& fd) {
+int accept_socket(int listener, void* peer, int& length, int& fd) {
   for (;;) {
-    const SOCKET s = ::accept(native(listener), peer, &length);
+    const SOCKET s = ::accept(native(listener), static_cast<sockaddr*>(peer), &length);
     if (s != INVALID_SOCKET && fits_int(s)) {
       fd = static_cast<int>(s);
       return 0;
@@ -84,8 +84,8 @@ int accept_socket(int listener, sockaddr* peer, int& length, int& fd) {
   }
 }
 
-int connect_socket(int fd, const sockaddr* address, int length) {
-  return outcome(::connect(native(fd), address, length));
+int connect_socket(int fd, const void* address, int length) {
+  return outcome(::connect(native(fd), static_cast<const sockaddr*>(address), length));
 }
 
 bool connect_under_way(int error) { return error == WSAEWOULDBLOCK || error == WSAEINPROGRESS; }
@@ -131,12 +131,12 @@ int wait_connected(int fd, long long timeout_ms, int& error) {
   }
 }
 
-int socket_name(int fd, sockaddr* address, int& length) {
-  return outcome(::getsockname(native(fd), address, &length));
+int socket_name(int fd, void* address, int& length) {
+  return outcome(::getsockname(native(fd), static_cast<sockaddr*>(address), &length));
 }
 
-int peer_name(int fd, sockaddr* address, int& length) {
-  return outcome(::getpeername(native(fd), address, &length));
+int peer_name(int fd, void* address, int& length) {
+  return outcome(::getpeername(native(fd), static_cast<sockaddr*>(address), &length));
 }
 
 int set_address_reuse(int fd, bool on) {

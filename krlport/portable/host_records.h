@@ -37,7 +37,7 @@ struct KRL_EXPORT KRLSysVersion {
 /// per-thread record, valid until the thread's next look-up, and _entry and
 /// _data stay unused; the layout is the same on both systems.
 struct KRL_EXPORT vhostname {
-  char buffer[256];    ///< scratch; no operation reads or writes it
+  char buffer[256];  ///< scratch; no operation reads or writes it
   /// The resolver's error of the last failed look-up (h_errno on Linux,
   /// WSAGetLastError on Windows); untouched on success.
   std::int32_t error;

@@ -3,8 +3,7 @@
 #define KRLPORT_PORTABLE_NET_TEST_SUPPORT_H_
 
 #ifdef _WIN32
-#include <winsock2.h>
-#include <windows.h>
+#include <winsock2.h>  // and windows.h
 #else
 #include <dirent.h>
 #include <fcntl.h>

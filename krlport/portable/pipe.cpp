@@ -21,8 +21,8 @@ unsigned short open_side(int& fd) {
   sa.sin_addr.s_addr = htonl(INADDR_ANY);
   if (krl_internal::open_socket(AF_INET, SOCK_DGRAM, 0, fd) != 0) fail();
   int length = sizeof sa;
-  if (krl_internal::bind_socket(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) != 0 ||
-      krl_internal::socket_name(fd, reinterpret_cast<sockaddr*>(&sa), length) != 0) {
+  if (krl_internal::bind_socket(fd, &sa, sizeof sa) != 0 ||
+      krl_internal::socket_name(fd, &sa, length) != 0) {
     fail();
   }
   return ntohs(sa.sin_port);
@@ -34,7 +34,7 @@ void connect_to(int fd, unsigned short port) {
   sockaddr_in sa;
   KRLPortable::convert(KRLPortable::host_name(), port, sa);
   sa.sin_family = AF_INET;
-  if (krl_internal::connect_socket(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) != 0) fail();
+  if (krl_internal::connect_socket(fd, &sa, sizeof sa) != 0) fail();
 }
 
 // Closes both descriptors unless the constructor got through.

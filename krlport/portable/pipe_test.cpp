@@ -15,7 +15,7 @@ TEST(PipeTest, DatagramsTravelBothWays) {
     char buf[16] = {};
     EXPECT_EQ(pipe.write("ab", 2) + pipe.write("cde", 3), 5u);
     EXPECT_EQ(krl_test::readable(pipe.reader(), pipe.writer()), 1);  // the reader only
-    EXPECT_EQ(pipe.read(buf, sizeof buf), 2u);  // datagrams are not joined
+    EXPECT_EQ(pipe.read(buf, sizeof buf), 2u);                       // datagrams are not joined
     EXPECT_EQ(pipe.read(buf, sizeof buf), 3u);
     EXPECT_EQ(pipe.write_to_writer("x", 1), 1u);
     EXPECT_EQ(pipe.read_from_writer(buf, sizeof buf), 1u);

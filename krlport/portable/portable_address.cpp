@@ -27,7 +27,7 @@ int KRLPortable::saGetPort(int fd) {
   sockaddr_in sa;
   std::memset(&sa, 0, sizeof sa);
   int length = sizeof sa;
-  if (krl_internal::socket_name(fd, reinterpret_cast<sockaddr*>(&sa), length) != 0) return -1;
+  if (krl_internal::socket_name(fd, &sa, length) != 0) return -1;
   return saGetPort(reinterpret_cast<sockaddr*>(&sa));
 }
 

@@ -65,7 +65,8 @@ const in_addr* first_address(const hostent* h) {
 hostent* look_up_retrying(const char* name, vhostname& work, unsigned long pause_ms) {
   for (int attempt = 1;; ++attempt) {
     hostent* h = krl_internal::look_up_host(name, &work);
-    if (h != nullptr || work.error != krl_internal::kResolverTryAgain || attempt == kLookupAttempts) return h;
+    if (h != nullptr || work.error != krl_internal::kResolverTryAgain || attempt == kLookupAttempts)
+      return h;
     if (pause_ms != 0) KRLPortable::sleep(pause_ms);
   }
 }
@@ -181,7 +182,7 @@ char* KRLPortable::peer_addr(int fd, unsigned short& port) {
   sockaddr_in sa;
   std::memset(&sa, 0, sizeof sa);
   int length = sizeof sa;
-  if (krl_internal::peer_name(fd, reinterpret_cast<sockaddr*>(&sa), length) != 0) return nullptr;
+  if (krl_internal::peer_name(fd, &sa, length) != 0) return nullptr;
   return convert(sa, port);
 }
 

@@ -114,7 +114,7 @@ void bind_client(int& fd, const char* bind_address) {
     throw_bind_failure(bind_address, "improper IP address format for IPv4 socket.");
   }
   sa.sin_addr.s_addr = address;
-  const int error = krl_internal::bind_socket(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa);
+  const int error = krl_internal::bind_socket(fd, &sa, sizeof sa);
   if (error != 0) {
     close_socket(fd);
     throw_bind_failure(bind_address, std::strerror(error));
@@ -147,7 +147,8 @@ void KRLPortable::tcpConnect(int& fd, int& error, sockaddr* address, int address
   // when there is no time-out.
   if (krl_internal::connect_under_way(error)) {
     const long long wait_ms =
-        timeout == 0 ? -1 : static_cast<long long>(std::min<unsigned long long>(timeout, LLONG_MAX));
+        timeout == 0 ? -1
+                     : static_cast<long long>(std::min<unsigned long long>(timeout, LLONG_MAX));
     error = 0;
     if (krl_internal::wait_connected(fd, wait_ms, error) == 0) {
       close_socket(fd);
@@ -183,7 +184,8 @@ int KRLPortable::tcpConnect(const char* host, unsigned short port, unsigned long
     connect_attempt(fd, error, target, remaining);  // a CORBA_TIMEOUT leaves at once
     if (error == 0) return fd;
     trace_attempt(target, error);
-    if (error == krl_internal::kSocketAddressInUse && ++in_use_retries <= 16) continue;  // 17 attempts in all
+    if (error == krl_internal::kSocketAddressInUse && ++in_use_retries <= 16)
+      continue;  // 17 attempts in all
     if (error == krl_internal::kSocketRefused && first_refusal) {
       if (saIsLoopback(target.sa())) saSetLocal(target.sa());
       first_refusal = false;
@@ -238,8 +240,7 @@ int KRLPortable::socketAccept(int listener) {
   sockaddr_in peer;
   int length = sizeof peer;
   int fd = -1;
-  const int error =
-      krl_internal::accept_socket(listener, reinterpret_cast<sockaddr*>(&peer), length, fd);
+  const int error = krl_internal::accept_socket(listener, &peer, length, fd);
   if (error != 0) krl_internal::throw_socket_error(error);
   return fd;
 }

@@ -160,8 +160,7 @@ TEST_F(TcpTest, TimeOutAgainstAStalledPeerLeavesAtOnce) {
 TEST_F(TcpTest, SocketErrorRule) {
   const auto no_descriptor = [] { KRLPortable::socketError(kSocketNoDescriptor, ""); };
   const auto refused = [] { KRLPortable::socketError(kSocketRefused, ""); };
-  EXPECT_EQ(thrown<CORBA_NO_RESOURCES>(no_descriptor).value().minor(),
-            stored(kSocketNoDescriptor));
+  EXPECT_EQ(thrown<CORBA_NO_RESOURCES>(no_descriptor).value().minor(), stored(kSocketNoDescriptor));
   EXPECT_EQ(thrown<CORBA_COMM_FAILURE>(refused).value().minor(), stored(kSocketRefused));
 #ifdef _WIN32
   EXPECT_EQ(kSocketNoDescriptor, 10024);  // WSAEMFILE
