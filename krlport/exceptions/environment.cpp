@@ -2,6 +2,8 @@
 
 #include <new>
 
+#include "krlport/platform/atomic.h"
+
 unsigned long CurrentEnvironment::_key_id = 0;
 // _mtx is defined in the load-order unit.
 
@@ -55,10 +57,13 @@ CurrentEnvironment::CurrentEnvironment() : KRLThreadLocal(key_id()) {}
 CurrentEnvironment::~CurrentEnvironment() {}
 
 unsigned long CurrentEnvironment::key_id() {
-  unsigned long key = __atomic_load_n(&_key_id, __ATOMIC_ACQUIRE);
+  unsigned long key = krl_internal::atomic_load(&_key_id, krl_internal::MemoryOrder::kAcquire);
   if (key != 0) return key;
   KRLMutex_var guard(_mtx, 1);
-  if (_key_id == 0) __atomic_store_n(&_key_id, KRLThreadLocal::get_unique_id(), __ATOMIC_RELEASE);
+  if (_key_id == 0) {
+    krl_internal::atomic_store(&_key_id, KRLThreadLocal::get_unique_id(),
+                               krl_internal::MemoryOrder::kRelease);
+  }
   return _key_id;
 }
 

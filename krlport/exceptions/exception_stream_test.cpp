@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <iostream>
 #include <sstream>
 
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/exceptions/user_exception.h"
-#include "krlport/portable/test_support.h"
 #include "krlport/services/logger.h"
 #include "krlport/streams/string_stream_ops.h"
 
@@ -48,10 +48,12 @@ CORBA_Exception* read_back(const std::string& text, unsigned long& next) {
 }
 
 std::string readable(const CORBA_Exception& e) {
-  krl_test::Capture capture;  // on std::cout strings come out plain
+  std::ostringstream text;  // std::cout itself, its buffer swapped: strings come out plain
+  std::streambuf* const old = std::cout.rdbuf(text.rdbuf());
   KRLostream s(std::cout);
   e._pretty_print(s);
-  return capture.text();
+  std::cout.rdbuf(old);
+  return text.str();
 }
 
 TEST(ExceptionStream, RoundTripsKeepClassAndBodyAndReadNothingMore) {

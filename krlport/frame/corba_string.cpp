@@ -1,5 +1,8 @@
 // CORBA::string_* and wstring_*: the one allocator pair for strings that cross
 // the library boundary, and the string hash of dictionary keys.
+#include <algorithm>
+#include <climits>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <new>
@@ -15,15 +18,18 @@ char* const _empty_string = const_cast<char*>("");
 
 namespace {
 
-// The largest object there can be. A buffer size above it, or one that would
-// wrap, is a failed allocation, never a small buffer.
-constexpr unsigned long kMaxBytes = PTRDIFF_MAX;
+// The largest buffer: the largest object there can be, and no more than an
+// unsigned long counts (32 bits on Windows, like the length itself). A buffer
+// size above it, or one that would wrap, is a failed allocation, never a
+// small buffer.
+constexpr std::size_t kMaxBytes =
+    static_cast<std::size_t>(std::min<std::uintmax_t>(PTRDIFF_MAX, ULONG_MAX));
 
 }  // namespace
 
 char* CORBA::string_alloc(unsigned long len) {
   if (len > kMaxBytes - 1) throw std::bad_alloc();
-  return static_cast<char*>(::operator new(len + 1));
+  return static_cast<char*>(::operator new(std::size_t{len} + 1));
 }
 
 char* CORBA::string_dup(const char* s) {
@@ -40,7 +46,7 @@ void CORBA::string_free(char* s) {
 
 unsigned short* CORBA::wstring_alloc(unsigned long len) {
   if (len > kMaxBytes / 2 - 1) throw std::bad_alloc();
-  return static_cast<unsigned short*>(::operator new(2 * len + 2));
+  return static_cast<unsigned short*>(::operator new(2 * std::size_t{len} + 2));
 }
 
 unsigned short* CORBA::wstring_dup(const unsigned short* s) {

@@ -15,6 +15,7 @@
 #define KRLPORT_FRAME_COUNT_BLOCK_POOL_H_
 
 #include "krlport/frame/resource.h"
+#include "krlport/platform/atomic.h"
 #include "krlport/threads/spin_mutex.h"
 #include "krlport/threads/spin_pool.h"
 
@@ -32,7 +33,7 @@ constexpr int kCountBlockPoolSize = 1024;
 // barrier, and a locked count then costs one atomic operation, about what an
 // atomic increment costs. Every lock here has a word (see make and take).
 inline void spin_acquire(KRLSpinMutex& m) { KRLSpinWord::acquire(word_of(m)); }
-inline void spin_release(KRLSpinMutex& m) { __atomic_store_n(word_of(m), 0L, __ATOMIC_RELEASE); }
+inline void spin_release(KRLSpinMutex& m) { atomic_store(word_of(m), 0L, MemoryOrder::kRelease); }
 
 // Changes a block's count by delta under its _lock; returns the new value.
 inline long change_count_locked(KRLCountBlock* b, long delta) {

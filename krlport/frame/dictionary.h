@@ -58,6 +58,7 @@
 #define KRLPORT_FRAME_DICTIONARY_H_
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <new>
@@ -97,18 +98,34 @@ constexpr unsigned short kDictionaryFreeNodes = 32;
 // Slots kept empty after every insertion.
 constexpr unsigned long kDictionarySpareSlots = 4;
 
+// The most slots a table has: 2^30. The home slot is computed in 32 bits and
+// slot words (see below) keep one bit less, and an iterator walks the slots
+// with a long index, which is 32 bits on Windows: its capacity must stay a
+// positive long.
+constexpr unsigned long kDictionaryMaxBits = 30;
+
 // log2 of the capacity for a size request n (0 counts as 16): the number of
 // significant bits of n, one more if n is not a power of two. So 16 gives 32
-// slots, 64 gives 128 and 17 gives 64. The home slot is computed in 32 bits and
-// addresses at most 2^32 slots, and slot words (see below) keep one bit less:
-// a request for more than 2^31 slots is an allocation failure.
+// slots, 64 gives 128 and 17 gives 64. A request for more than 2^30 slots is
+// an allocation failure.
 inline unsigned long dictionary_bits_for(unsigned long n) {
   if (n == 0) n = 16;
   unsigned long bits = 0;
   for (unsigned long v = n; v != 0; v >>= 1) ++bits;
   if ((n & (n - 1)) != 0) ++bits;
-  if (bits > 31) throw std::bad_alloc();
+  if (bits > kDictionaryMaxBits) throw std::bad_alloc();
   return bits;
+}
+
+// Bytes of a heap table of `capacity` slots: the node pointers, then the
+// words. Counted in std::size_t, never in unsigned long, which is 32 bits on
+// Windows: 2^30 slots take 12 GiB there as here, and the request must fail as
+// a whole, not wrap to a small block.
+template <class Node>
+std::size_t dictionary_table_bytes(unsigned long capacity) {
+  constexpr std::size_t kSlotBytes = sizeof(Node*) + sizeof(std::uint32_t);
+  if (capacity > SIZE_MAX / kSlotBytes) throw std::bad_alloc();
+  return static_cast<std::size_t>(capacity) * kSlotBytes;
 }
 
 // An unsigned long that many threads may read and write at once: the hint of
@@ -337,12 +354,11 @@ struct DictionaryCore {
   static void resize(Dict& d, unsigned long size) {
     unsigned long bits = dictionary_bits_for(size);
     while ((1UL << bits) < d._count + kDictionarySpareSlots) {
-      if (++bits > 31) throw std::bad_alloc();
+      if (++bits > kDictionaryMaxBits) throw std::bad_alloc();
     }
     const unsigned long capacity = 1UL << bits;
     static_assert(alignof(Node*) % alignof(std::uint32_t) == 0, "words follow the pointers");
-    const unsigned long table_bytes = capacity * (sizeof(Node*) + sizeof(std::uint32_t));
-    Node** table = static_cast<Node**>(::operator new(table_bytes));
+    Node** table = static_cast<Node**>(::operator new(dictionary_table_bytes<Node>(capacity)));
     std::uninitialized_fill_n(table, capacity, nullptr);
     std::uninitialized_fill_n(reinterpret_cast<std::uint32_t*>(table + capacity), capacity, 0u);
 

@@ -60,4 +60,21 @@ TEST(DictionaryAllocation, FailedAllocationLeavesDictionaryUnchanged) {
   for (long i = 0; i < 29; ++i) EXPECT_EQ(d.get(Id{i}), i);
 }
 
+// 2^30 slots take 12 GiB: a size counted in a 32-bit unsigned long (Windows)
+// wrapped to an empty block, which the table then overran. The request must
+// reach operator new whole, and fail there (no real memory is asked for).
+TEST(DictionaryAllocation, AHugeResizeAsksForTheWholeTableAndFailsCleanly) {
+  Dict d;
+  for (long i = 0; i < 40; ++i) d.insert(Id{i}, i);
+  const unsigned long capacity = d._capacity;
+  A::fail_above = std::size_t{1} << 30;
+  A::failed = false;
+  EXPECT_THROW(d.resize(1UL << 29), std::bad_alloc);
+  EXPECT_TRUE(A::failed);
+  A::fail_above = SIZE_MAX;
+  EXPECT_THROW(d.resize(1UL << 30), std::bad_alloc);  // more slots than a long index walks
+  EXPECT_EQ(d._capacity, capacity);
+  for (long i = 0; i < 40; ++i) EXPECT_EQ(d.get(Id{i}), i);
+}
+
 }  // namespace

@@ -4,12 +4,19 @@
 // - a first-use terminator: the logger's, which deletes the streams it owns;
 //   a stream of this program, handed over owned, sees its own destructor run;
 // - the load-order objects' destructors: the debug logger, the last of them,
-//   closes its open file, whose descriptor then leaves /proc/self/fd.
-// The library is reached by dlsym on the mangled names of exported static
-// members (Itanium ABI), so this program needs none of its symbols at link.
+//   closes its open file, which then is open no more in this process.
+// The library is reached by the mangled names of exported static members
+// (Itanium ABI, also that of mingw), so this program needs none of its
+// symbols at link. On Linux: dlopen, dlclose, /proc/self/maps and
+// /proc/self/fd; on Windows: LoadLibraryA, FreeLibrary, GetModuleHandleA and
+// an open without sharing, which fails while another handle holds the file.
+#if defined(_WIN32)
+#include <windows.h>
+#else
 #include <dlfcn.h>
 #include <limits.h>
 #include <unistd.h>
+#endif
 
 #include <filesystem>
 #include <fstream>
@@ -33,6 +40,38 @@ namespace {
 
 namespace fs = std::filesystem;
 
+#if defined(_WIN32)
+constexpr std::size_t kPathMax = MAX_PATH;
+
+// The DLL beside this program; LoadLibraryA looks there first.
+std::string library_file() { return KRLPORT_SHARED_LIBRARY; }
+
+bool mapped(const std::string& name) { return ::GetModuleHandleA(name.c_str()) != nullptr; }
+
+void* open_library(const std::string& name, std::string& error) {
+  void* handle = reinterpret_cast<void*>(::LoadLibraryA(name.c_str()));
+  if (handle == nullptr) error = "LoadLibraryA: " + std::to_string(::GetLastError());
+  return handle;
+}
+
+bool close_library(void* handle) { return ::FreeLibrary(static_cast<HMODULE>(handle)) != 0; }
+
+void* find_symbol(void* library, const char* name) {
+  return reinterpret_cast<void*>(::GetProcAddress(static_cast<HMODULE>(library), name));
+}
+
+bool open_in_this_process(const std::string& path) {
+  HANDLE file = ::CreateFileA(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (file == INVALID_HANDLE_VALUE) return ::GetLastError() == ERROR_SHARING_VIOLATION;
+  ::CloseHandle(file);
+  return false;
+}
+#else
+constexpr std::size_t kPathMax = PATH_MAX;
+
+std::string library_file() { return fs::canonical(KRLPORT_SHARED_LIBRARY).string(); }
+
 bool mapped(const std::string& path) {
   std::ifstream maps("/proc/self/maps");
   for (std::string line; std::getline(maps, line);) {
@@ -41,6 +80,16 @@ bool mapped(const std::string& path) {
   return false;
 }
 
+void* open_library(const std::string& path, std::string& error) {
+  void* handle = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (handle == nullptr) error = ::dlerror();
+  return handle;
+}
+
+bool close_library(void* handle) { return ::dlclose(handle) == 0; }
+
+void* find_symbol(void* library, const char* name) { return ::dlsym(library, name); }
+
 bool open_in_this_process(const std::string& path) {
   std::error_code ignored;
   for (const auto& fd : fs::directory_iterator("/proc/self/fd", ignored)) {
@@ -48,6 +97,7 @@ bool open_in_this_process(const std::string& path) {
   }
   return false;
 }
+#endif
 
 // A stream whose end this program sees.
 struct WatchedStream : std::ostream {
@@ -58,22 +108,23 @@ struct WatchedStream : std::ostream {
 
 template <class F>
 F symbol(void* library, const char* name) {
-  return reinterpret_cast<F>(::dlsym(library, name));
+  return reinterpret_cast<F>(find_symbol(library, name));
 }
 
 TEST(LoadOrderUnload, ClosingTheLastHandleUnmapsTheLibraryAndRunsItsTerminators) {
-  const std::string library = fs::canonical(KRLPORT_SHARED_LIBRARY).string();
+  const std::string library = library_file();
   ASSERT_FALSE(mapped(library));
 #ifdef KRL_TEST_LSAN
   // The exception registry is never freed, by design; once the library is
   // unmapped nothing points at it any more. Not a leak of this test.
   __lsan_disable();
 #endif
-  void* handle = ::dlopen(library.c_str(), RTLD_NOW | RTLD_LOCAL);
+  std::string error;
+  void* handle = open_library(library, error);
 #ifdef KRL_TEST_LSAN
   __lsan_enable();
 #endif
-  ASSERT_NE(handle, nullptr) << ::dlerror();
+  ASSERT_NE(handle, nullptr) << error;
   ASSERT_TRUE(mapped(library));
 
   using LogTo = int (*)(const char*, char*, unsigned int);
@@ -89,7 +140,7 @@ TEST(LoadOrderUnload, ClosingTheLastHandleUnmapsTheLibraryAndRunsItsTerminators)
 
   // The debug log's file goes below KORLAN_ADM, this test binary's own
   // temporary directory; it is opened at the first record.
-  char path[PATH_MAX];
+  char path[kPathMax];
   ASSERT_EQ(log_to("unload.log", path, sizeof path), 1);
   ASSERT_EQ(enable(0x10000001), 1);
   ASSERT_EQ(record(0, 0x10000001, "load_order_test", __LINE__, "loaded"), 1);
@@ -99,7 +150,7 @@ TEST(LoadOrderUnload, ClosingTheLastHandleUnmapsTheLibraryAndRunsItsTerminators)
   replace_out(*new WatchedStream(ended), 1);  // builds the logger; its terminator deletes this
   ASSERT_FALSE(ended);
 
-  ASSERT_EQ(::dlclose(handle), 0);
+  ASSERT_TRUE(close_library(handle));
   EXPECT_FALSE(mapped(library));
   EXPECT_TRUE(ended);
   EXPECT_FALSE(open_in_this_process(path));

@@ -1,6 +1,7 @@
 #include "krlport/frame/resource.h"
 
 #include "krlport/frame/count_block_pool.h"
+#include "krlport/platform/atomic.h"
 
 using krl_internal::CountBlockPool;
 
@@ -19,7 +20,8 @@ void KRLResource::_hold(KRLCountBlock* b) {
 
 KRLCountBlock* KRLResource::_block() {
   if (_refs == 0) {
-    _hold(CountBlockPool::instance().take(__atomic_load_n(&_init_sharing, __ATOMIC_RELAXED)));
+    _hold(CountBlockPool::instance().take(
+        krl_internal::atomic_load(&_init_sharing, krl_internal::MemoryOrder::kRelaxed)));
   }
   return _block_of();
 }
@@ -44,7 +46,7 @@ void KRLResource::_set_sharing(unsigned char sharing) {
 }
 
 void KRLResource::set_init_sharing(unsigned char sharing) {
-  __atomic_store_n(&_init_sharing, sharing, __ATOMIC_RELAXED);
+  krl_internal::atomic_store(&_init_sharing, sharing, krl_internal::MemoryOrder::kRelaxed);
 }
 
 // A pool that was never built has nothing parked; it is not built for this.

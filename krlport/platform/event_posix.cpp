@@ -6,9 +6,11 @@
 
 #include <linux/futex.h>
 #include <sys/syscall.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 
 #include "krlport/platform/fatal.h"
 
@@ -18,6 +20,11 @@ namespace {
 static_assert(sizeof(std::atomic<std::uint32_t>) == sizeof(std::uint32_t) &&
                   std::atomic<std::uint32_t>::is_always_lock_free,
               "the kernel sees the event word as a plain 32-bit futex");
+static_assert(sizeof(EventDeadline) == sizeof(timespec) &&
+                  sizeof(EventDeadline::seconds) == sizeof(timespec::tv_sec) &&
+                  sizeof(EventDeadline::nanoseconds) == sizeof(timespec::tv_nsec) &&
+                  offsetof(EventDeadline, nanoseconds) == offsetof(timespec, tv_nsec),
+              "EventDeadline is laid out as timespec");
 
 std::atomic<EventSleepCall> g_sleep_call{&event_futex_sleep};
 
@@ -27,15 +34,15 @@ std::uint32_t* futex_address(std::atomic<std::uint32_t>* word) {
   return reinterpret_cast<std::uint32_t*>(word);
 }
 
-timespec deadline_after(std::uint32_t ms) {
-  timespec t;
+EventDeadline deadline_after(std::uint32_t ms) {
+  timespec now;
   // CLOCK_MONOTONIC exists on every Linux this library runs on.
-  if (clock_gettime(CLOCK_MONOTONIC, &t) != 0) fatal_error("clock_gettime", errno);
-  t.tv_sec += static_cast<time_t>(ms / 1000);
-  t.tv_nsec += static_cast<long>(ms % 1000) * 1000000L;
-  if (t.tv_nsec >= 1000000000L) {
-    t.tv_nsec -= 1000000000L;
-    ++t.tv_sec;
+  if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) fatal_error("clock_gettime", errno);
+  EventDeadline t{static_cast<long long>(now.tv_sec) + ms / 1000,
+                  static_cast<long long>(now.tv_nsec) + (ms % 1000) * 1000000LL};
+  if (t.nanoseconds >= 1000000000LL) {
+    t.nanoseconds -= 1000000000LL;
+    ++t.seconds;
   }
   return t;
 }
@@ -43,7 +50,7 @@ timespec deadline_after(std::uint32_t ms) {
 }  // namespace
 
 int event_futex_sleep(std::atomic<std::uint32_t>* word, std::uint32_t expected,
-                      const timespec* deadline) {
+                      const EventDeadline* deadline) {
   return static_cast<int>(syscall(SYS_futex, futex_address(word),
                                   FUTEX_WAIT_BITSET | FUTEX_PRIVATE_FLAG, expected, deadline,
                                   nullptr, FUTEX_BITSET_MATCH_ANY));
@@ -67,8 +74,8 @@ EventWait Event::wait(std::uint32_t limit_ms) {
   std::uint32_t word = _word.load(std::memory_order_acquire);
   if (word == kSet) return EventWait::kSignalled;
   if (limit_ms == 0) return EventWait::kTimedOut;
-  timespec deadline;
-  const timespec* limit = nullptr;
+  EventDeadline deadline;
+  const EventDeadline* limit = nullptr;
   if (limit_ms != kWaitForever) {
     deadline = deadline_after(limit_ms);
     limit = &deadline;

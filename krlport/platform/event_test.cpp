@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
 #include <atomic>
 #include <cerrno>
 #include <thread>
@@ -10,10 +14,12 @@
 namespace krl_internal {
 namespace {
 
+#ifndef _WIN32
+
 // Records each deadline; the first sleep is interrupted, the others fail.
-std::vector<timespec> g_deadlines;
-int recording_sleep(std::atomic<std::uint32_t>*, std::uint32_t, const timespec* deadline) {
-  g_deadlines.push_back(deadline != nullptr ? *deadline : timespec{-1, -1});
+std::vector<EventDeadline> g_deadlines;
+int recording_sleep(std::atomic<std::uint32_t>*, std::uint32_t, const EventDeadline* deadline) {
+  g_deadlines.push_back(deadline != nullptr ? *deadline : EventDeadline{-1, -1});
   errno = g_deadlines.size() == 1 ? EINTR : EINVAL;
   return -1;
 }
@@ -30,9 +36,49 @@ TEST(EventTest, SetEventAnswersAtOnceAndInterruptedSleepKeepsItsDeadline) {
   EXPECT_EQ(errno, EINVAL);
   set_event_sleep_call(nullptr);
   ASSERT_EQ(g_deadlines.size(), 2u);
-  EXPECT_EQ(g_deadlines[0].tv_sec, g_deadlines[1].tv_sec);
-  EXPECT_EQ(g_deadlines[0].tv_nsec, g_deadlines[1].tv_nsec);
+  EXPECT_EQ(g_deadlines[0].seconds, g_deadlines[1].seconds);
+  EXPECT_EQ(g_deadlines[0].nanoseconds, g_deadlines[1].nanoseconds);
 }
+
+#else
+
+// The waiting thread's window gets a message posted from another thread;
+// the pumping wait dispatches it on the waiting thread, and the set that
+// follows still ends the wait.
+std::atomic<DWORD> g_dispatched_on{0};
+LRESULT CALLBACK note_dispatch(HWND w, UINT msg, WPARAM wp, LPARAM lp) {
+  if (msg != WM_APP) return DefWindowProcA(w, msg, wp, lp);
+  g_dispatched_on = GetCurrentThreadId();
+  return 0;
+}
+
+TEST(EventTest, PumpingWaitDispatchesTheThreadsMessagesUntilSet) {
+  WNDCLASSA wc = {};
+  wc.lpfnWndProc = &note_dispatch;
+  wc.hInstance = GetModuleHandleA(nullptr);
+  wc.lpszClassName = "krl_event_test";
+  ASSERT_NE(RegisterClassA(&wc), 0);
+  HWND w = CreateWindowExA(0, wc.lpszClassName, "", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
+                           wc.hInstance, nullptr);
+  ASSERT_NE(w, nullptr);
+  Event e;
+  ASSERT_TRUE(e.ok());
+  std::thread poster([&] {
+    PostMessageA(w, WM_APP, 0, 0);
+    while (g_dispatched_on == 0) Sleep(1);
+    e.set();
+  });
+  EXPECT_EQ(e.wait_pumping(kWaitForever), EventWait::kSignalled);
+  poster.join();
+  EXPECT_EQ(g_dispatched_on, GetCurrentThreadId());
+  Event never;
+  EXPECT_EQ(never.wait_pumping(20), EventWait::kTimedOut);
+  EXPECT_EQ(never.wait(0), EventWait::kTimedOut);
+  DestroyWindow(w);
+  UnregisterClassA(wc.lpszClassName, wc.hInstance);
+}
+
+#endif  // _WIN32
 
 // Each waiter's event ends with its frame, usually while the setter is still
 // inside set(). ThreadSanitizer reports any touch of the event after its word

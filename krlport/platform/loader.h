@@ -8,14 +8,22 @@
 
 namespace krl_internal {
 
-// Loads name with every symbol bound now and none shared with later loads
-// (dlopen, RTLD_NOW | RTLD_LOCAL); a name without '/' goes through the
-// loader's search path. Returns the handle, or null with `error` set to a
-// non-zero error number and `text` to the loader's reason. Thread-safe.
+// Loads name with every symbol bound now: on Linux dlopen(RTLD_NOW |
+// RTLD_LOCAL), where a name without '/' goes through the loader's search path;
+// on Windows LoadLibraryA and its search order. Returns the handle, or null
+// with `error` set to a non-zero error number (errno, or GetLastError) and
+// `text` to the loader's reason, empty where the system gives none (Windows).
+// Thread-safe.
 void* open_library(const char* name, unsigned long& error, std::string& text);
 
-// Drops one reference to handle. Returns 0, or a non-zero error number.
+// Drops one reference to handle (dlclose, FreeLibrary). Returns 0, or a
+// non-zero error number.
 unsigned long close_library(void* handle);
+
+// The system's file naming of a shared library: "lib" and ".so" on Linux,
+// "" and ".dll" on Windows.
+const char* library_prefix();
+const char* library_file_type();
 
 }  // namespace krl_internal
 

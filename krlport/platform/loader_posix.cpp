@@ -52,3 +52,10 @@ unsigned long close_library(void* handle) {
 }
 
 }  // namespace krl_internal
+
+namespace krl_internal {
+
+const char* library_prefix() { return "lib"; }
+const char* library_file_type() { return ".so"; }
+
+}  // namespace krl_internal

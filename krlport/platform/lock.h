@@ -1,21 +1,25 @@
 // Internal: the platform's recursive lock, the object behind KRLMutex.
 //
 // A lock is owned by the thread that acquired it and is recursive: the owner
-// may acquire it again and must release it as often. It lives in caller-owned
-// LockStorage (see krlport/threads/mutex.h), constructed there in place.
+// may acquire it again and must release it as often. It lives in room the
+// caller keeps (kLockRoomSize bytes aligned to kLockRoomAlign; KRLMutex holds
+// it opaque), constructed there in place. The platform layer knows the room
+// only through LockRoom pointers, never the caller's type.
 //
-// Design: one word says whether the lock is held and whether anyone may be
+// Misuse that Windows tolerates is harmless on every system: a release by a
+// thread that does not own the lock changes nothing (a caller's guard may
+// unlock a mutex that a failed condition wait already gave up), and a lock
+// may be destroyed while its own thread holds it (DeleteCriticalSection;
+// exit() inside a critical section over a static mutex).
+//
+// Windows: a CRITICAL_SECTION, out of line in lock_win.cpp.
+//
+// Elsewhere: one word says whether the lock is held and whether anyone may be
 // asleep on it; the owner's thread id and the depth sit beside it. The fast
 // paths below (free lock, re-entry, release without sleepers) are inline and
 // make no system call; a thread that finds the lock held sleeps in the
-// system's wait-on-address call, out of line in lock_<system>.cpp. The owner
+// system's wait-on-address call, out of line in lock_posix.cpp. The owner
 // field makes re-entry a compare and an increment.
-//
-// Misuse that Windows tolerates is harmless here too: a release by a thread
-// that does not own the lock changes nothing (a caller's guard may unlock a
-// mutex that a failed condition wait already gave up), and a lock may be
-// destroyed while its own thread holds it (DeleteCriticalSection; exit()
-// inside a critical section over a static mutex).
 //
 // Lifetime: a release's last touch of the lock is the exchange that frees the
 // word. A wake-up after it hands the kernel only the word's address, and a
@@ -24,13 +28,39 @@
 #ifndef KRLPORT_PLATFORM_LOCK_H_
 #define KRLPORT_PLATFORM_LOCK_H_
 
-#include <atomic>
-#include <new>
+#include <cstddef>
 
 #include "krlport/platform/thread.h"
-#include "krlport/threads/mutex.h"
+
+#ifndef _WIN32
+#include <atomic>
+#include <new>
+#endif
 
 namespace krl_internal {
+
+// The caller's room for one lock; only ever used through pointers.
+struct LockRoom;
+constexpr std::size_t kLockRoomSize = 40;
+constexpr std::size_t kLockRoomAlign = 8;
+
+#ifdef _WIN32
+
+// The same operations as the inline ones below, with the same contracts:
+// init constructs a free lock in r; destroy ends it, held by the caller or
+// free, and checks nothing; try_acquire takes it if it is free or already the
+// caller's, else gives false at once; acquire blocks until the caller owns
+// it, or adds a level; release gives up one level, and does nothing from a
+// thread that does not own the lock. lock_held, for tests: whether some
+// thread holds it now.
+void lock_init(LockRoom* r);
+void lock_destroy(LockRoom* r);
+bool lock_try_acquire(LockRoom* r);
+void lock_acquire(LockRoom* r);
+void lock_release(LockRoom* r);
+bool lock_held(LockRoom* r);
+
+#else
 
 struct RecursiveLock {
   // 0 free; 1 held, nobody asleep; 2 held, a thread may be asleep on it.
@@ -42,13 +72,13 @@ struct RecursiveLock {
   unsigned long depth;
 };
 
-static_assert(sizeof(RecursiveLock) <= sizeof(LockStorage), "LockStorage must hold the lock");
-static_assert(alignof(RecursiveLock) <= alignof(LockStorage), "LockStorage is under-aligned");
+static_assert(sizeof(RecursiveLock) <= kLockRoomSize, "the room must hold the lock");
+static_assert(alignof(RecursiveLock) <= kLockRoomAlign, "the room is under-aligned");
 static_assert(std::atomic<int>::is_always_lock_free && sizeof(std::atomic<int>) == sizeof(int),
               "the system waits on the word as on a plain int");
 
-inline RecursiveLock& recursive_lock(LockStorage& s) {
-  return *std::launder(reinterpret_cast<RecursiveLock*>(s._bytes));
+inline RecursiveLock& recursive_lock(LockRoom* r) {
+  return *std::launder(reinterpret_cast<RecursiveLock*>(r));
 }
 
 // Slow paths, in lock_<system>.cpp.
@@ -56,8 +86,8 @@ void lock_wait(RecursiveLock& l);        // takes a held word, sleeping while he
 void lock_wake(std::atomic<int>* word);  // wakes one sleeper; uses the address only
 
 // Constructs a free lock in s.
-inline void lock_init(LockStorage& s) {
-  RecursiveLock* l = new (s._bytes) RecursiveLock;
+inline void lock_init(LockRoom* r) {
+  RecursiveLock* l = new (r) RecursiveLock;
   l->word.store(0, std::memory_order_relaxed);
   l->owner.store(0, std::memory_order_relaxed);
   l->depth = 0;
@@ -67,12 +97,12 @@ inline void lock_init(LockStorage& s) {
 // it. Nothing is checked: a process may exit inside a critical section, or
 // while detached threads still hold a static mutex, and its exit must not
 // turn into an abort.
-inline void lock_destroy(LockStorage& s) { recursive_lock(s).~RecursiveLock(); }
+inline void lock_destroy(LockRoom* r) { recursive_lock(r).~RecursiveLock(); }
 
 // As lock_acquire if the lock is free or already the caller's; otherwise
 // returns false at once without blocking.
-inline bool lock_try_acquire(LockStorage& s) {
-  RecursiveLock& l = recursive_lock(s);
+inline bool lock_try_acquire(LockRoom* r) {
+  RecursiveLock& l = recursive_lock(r);
   const unsigned long self = current_thread_id();
   if (l.owner.load(std::memory_order_relaxed) != self) {
     int expected = 0;
@@ -88,9 +118,9 @@ inline bool lock_try_acquire(LockStorage& s) {
 
 // Blocks until the calling thread owns the lock; adds one level if it
 // already does.
-inline void lock_acquire(LockStorage& s) {
-  if (lock_try_acquire(s)) return;
-  RecursiveLock& l = recursive_lock(s);
+inline void lock_acquire(LockRoom* r) {
+  if (lock_try_acquire(r)) return;
+  RecursiveLock& l = recursive_lock(r);
   lock_wait(l);
   l.owner.store(current_thread_id(), std::memory_order_relaxed);
   l.depth = 1;
@@ -99,8 +129,8 @@ inline void lock_acquire(LockStorage& s) {
 // Gives up one level of the caller's: a caller that held it n times still
 // holds it n - 1 times. From a thread that does not own the lock (it cannot
 // find its own id in `owner`), it does nothing.
-inline void lock_release(LockStorage& s) {
-  RecursiveLock& l = recursive_lock(s);
+inline void lock_release(LockRoom* r) {
+  RecursiveLock& l = recursive_lock(r);
   if (l.owner.load(std::memory_order_relaxed) != current_thread_id()) return;
   if (--l.depth != 0) return;
   l.owner.store(0, std::memory_order_relaxed);
@@ -109,6 +139,10 @@ inline void lock_release(LockStorage& s) {
   // destroy it: only the word's address is used.
   if (word->exchange(0, std::memory_order_release) == 2) lock_wake(word);
 }
+
+inline bool lock_held(LockRoom* r) { return recursive_lock(r).word.load() != 0; }
+
+#endif  // _WIN32
 
 }  // namespace krl_internal
 

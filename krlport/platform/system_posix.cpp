@@ -10,8 +10,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <fstream>
+#include <string>
 #include <vector>
 
 #include "krlport/platform/system.h"
@@ -19,9 +19,6 @@
 namespace krl_internal {
 
 namespace {
-
-constexpr const char kDefaultPropertyFile[] = "/etc/ostrevan/varnholt/korlan/6.0/properties";
-const char* g_property_file = nullptr;  // null: the default
 
 bool is_non_directory(const std::string& path) {
   struct stat st;
@@ -41,28 +38,51 @@ std::string current_directory() {
 }
 
 // Value of "Key:   1234 kB" lines of /proc/self/status.
-bool parse_status_kib(const std::string& line, const char* key, long& out) {
+bool parse_status_kib(const std::string& line, const char* key, std::int64_t& out) {
   const std::size_t n = std::strlen(key);
   if (line.compare(0, n, key) != 0 || line.size() <= n || line[n] != ':') return false;
   char* end = nullptr;
-  const long v = std::strtol(line.c_str() + n + 1, &end, 10);
+  const long long v = std::strtoll(line.c_str() + n + 1, &end, 10);
   if (end == line.c_str() + n + 1) return false;
   out = v;
   return true;
 }
 
-}  // namespace
-
-void wall_clock(std::int64_t& seconds, std::int32_t& milliseconds) {
-  struct timespec ts;
-  ::clock_gettime(CLOCK_REALTIME, &ts);  // cannot fail for this clock id
-  seconds = ts.tv_sec;
-  milliseconds = static_cast<std::int32_t>(ts.tv_nsec / 1000000);
+// Decodes the UTF-8 sequence at p (avail bytes left) into cp. Returns its
+// length, or 0 when it is cut short, has a stray or missing continuation byte,
+// an overlong form, a surrogate or a value above U+10FFFF.
+std::size_t decode_utf8(const unsigned char* p, std::size_t avail, std::uint32_t& cp) {
+  std::size_t len = 0;
+  std::uint32_t min = 0;  // below it the form is overlong
+  if (p[0] < 0x80) {
+    len = 1;
+  } else if (p[0] >= 0xC2 && p[0] < 0xE0) {
+    len = 2;
+    min = 0x80;
+  } else if ((p[0] & 0xF0) == 0xE0) {
+    len = 3;
+    min = 0x800;
+  } else if (p[0] >= 0xF0 && p[0] < 0xF5) {
+    len = 4;
+    min = 0x10000;
+  }
+  if (len == 0 || avail < len) return 0;
+  cp = len == 1 ? p[0] : p[0] & (0x7Fu >> len);
+  for (std::size_t k = 1; k < len; ++k) {
+    if ((p[k] & 0xC0) != 0x80) return 0;
+    cp = (cp << 6) | (p[k] & 0x3Fu);
+  }
+  if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return 0;
+  return len;
 }
+
+}  // namespace
 
 unsigned long current_process_id() { return static_cast<unsigned long>(::getpid()); }
 
 unsigned long last_error() { return static_cast<unsigned long>(errno); }
+
+void set_last_error(unsigned long error) { errno = static_cast<int>(error); }
 
 void kill_process(long pid) {
   // kill(0 or negative) signals whole process groups, or every process we
@@ -96,22 +116,44 @@ bool search_path(const char* name, char* out) {
 
 int compare_ignoring_case(const char* a, const char* b) { return ::strcasecmp(a, b); }
 
-bool system_version(std::int32_t& major, std::int32_t& minor) {
-  struct utsname u;
-  if (::uname(&u) != 0) return false;
-  // The release reads "6.8.0-45-generic": the first two numbers count.
-  char* end = nullptr;
-  const long ma = std::strtol(u.release, &end, 10);
-  if (end == u.release || *end != '.') return false;
-  const char* rest = end + 1;
-  const long mi = std::strtol(rest, &end, 10);
-  if (end == rest) return false;
-  major = static_cast<std::int32_t>(ma);
-  minor = static_cast<std::int32_t>(mi);
+bool narrow_to_wide(const char* text, std::size_t n, unsigned short* out) {
+  const unsigned char* p = reinterpret_cast<const unsigned char*>(text);
+  for (std::size_t i = 0; i < n;) {
+    std::uint32_t cp = 0;
+    const std::size_t len = decode_utf8(p + i, n - i, cp);
+    if (len == 0) {
+      errno = EILSEQ;
+      return false;
+    }
+    if (cp >= 0x10000) {
+      cp -= 0x10000;
+      *out++ = static_cast<unsigned short>(0xD800 + (cp >> 10));
+      *out++ = static_cast<unsigned short>(0xDC00 + (cp & 0x3FF));
+    } else {
+      *out++ = static_cast<unsigned short>(cp);
+    }
+    i += len;
+  }
+  *out = 0;
   return true;
 }
 
-bool process_memory_kib(long& virtual_kib, long& resident_kib) {
+VersionRead system_version(std::int32_t& major, std::int32_t& minor) {
+  struct utsname u;
+  if (::uname(&u) != 0) return VersionRead::kFailed;
+  // The release reads "6.8.0-45-generic": the first two numbers count.
+  char* end = nullptr;
+  const long ma = std::strtol(u.release, &end, 10);
+  if (end == u.release || *end != '.') return VersionRead::kFailed;
+  const char* rest = end + 1;
+  const long mi = std::strtol(rest, &end, 10);
+  if (end == rest) return VersionRead::kFailed;
+  major = static_cast<std::int32_t>(ma);
+  minor = static_cast<std::int32_t>(mi);
+  return VersionRead::kRead;
+}
+
+bool process_memory_kib(std::int64_t& virtual_kib, std::int64_t& resident_kib) {
   std::ifstream status("/proc/self/status");
   bool have_size = false;
   bool have_rss = false;
@@ -137,27 +179,6 @@ bool current_user_name(std::string& out) {
   return true;
 }
 
-const char* property_file_path() {
-  return g_property_file != nullptr ? g_property_file : kDefaultPropertyFile;
-}
-
-void set_property_file_path(const char* path) { g_property_file = path; }
-
-bool read_property(const char* name, char* out, std::size_t size) {
-  std::ifstream file(property_file_path());
-  if (!file) return false;
-  const std::size_t n = std::strlen(name);
-  for (std::string line; std::getline(file, line);) {
-    if (line.empty() || line[0] == '#') continue;
-    if (line.size() <= n || line.compare(0, n, name) != 0 || line[n] != '=') continue;
-    std::string value = line.substr(n + 1);
-    if (!value.empty() && value.back() == '\r') value.pop_back();  // file written on Windows
-    const std::size_t len = value.size() < size - 1 ? value.size() : size - 1;
-    std::memcpy(out, value.data(), len);
-    out[len] = '\0';
-    return true;
-  }
-  return false;
-}
+bool account_domain(const char*, std::string&) { return false; }
 
 }  // namespace krl_internal

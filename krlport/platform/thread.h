@@ -1,15 +1,25 @@
-// Internal: the calling thread's identity, yielding, sleeping, and ending a
-// thread from another one.
+// Internal: the calling thread's identity, yielding, sleeping, starting a
+// thread and ending a thread from another one.
 #ifndef KRLPORT_PLATFORM_THREAD_H_
 #define KRLPORT_PLATFORM_THREAD_H_
 
 namespace krl_internal {
 
+#ifdef _WIN32
+
+// The system's id of the calling thread (GetCurrentThreadId); never 0. Out of
+// line, and cheap: the id is read from the thread's own environment block,
+// where a per-thread cache would cost more (mingw emulates TLS variables).
+unsigned long current_thread_id();
+
+#else
+
 // Per-thread cache of current_thread_id(), 0 until the first call; read it
-// through current_thread_id() only. __thread with initial-exec makes the read
-// one %fs-relative load: no __tls_get_addr call and no init-function check.
+// through current_thread_id() only. Constant-initialised and defined here, so
+// every unit knows it needs no dynamic initialisation: with initial-exec a
+// read is one %fs-relative load, with no __tls_get_addr and no wrapper call.
 // Eight bytes fit the static TLS reserve even when the library is dlopen'ed.
-extern __thread unsigned long t_thread_id __attribute__((tls_model("initial-exec")));
+inline thread_local unsigned long t_thread_id __attribute__((tls_model("initial-exec"))) = 0;
 
 // Asks the system for the calling thread's id and fills the cache.
 unsigned long fetch_thread_id();
@@ -20,6 +30,13 @@ inline unsigned long current_thread_id() {
   const unsigned long id = t_thread_id;
   return id != 0 ? id : fetch_thread_id();
 }
+
+#endif
+
+// Stops in the debugger (DebugBreak). Without one attached, what follows is
+// the system's: on Windows an unhandled breakpoint exception; elsewhere no
+// debugger is assumed and it does nothing.
+void debug_break();
 
 // Gives up the rest of the calling thread's time slice (Sleep(0)).
 void yield_processor();
@@ -34,43 +51,37 @@ int start_detached_thread(unsigned long stack_size, void* (*start)(void*), void*
 
 // Forced termination. A thread ends at once, wherever it is, and runs none of
 // its own code on the way out: no unwinding, no destructors, no handlers. Only
-// that kernel thread ends, never the process. The thread must have announced
-// itself with accept_termination(token), and the signal carries that token, so
-// a termination meant for one run of a thread never ends a later run of it.
-// On this system it is a real-time signal (termination_signal()); its handler
-// is installed by the first send_termination and by nothing else.
-
-// The signal that ends a thread; reserved for this from the first send on.
-int termination_signal();
-
-// A process-wide unique token, never 0 and never reused.
-typedef unsigned long long TerminationToken;
-TerminationToken new_termination_token();
-
-// A thread's signal mask, saved to be restored.
-struct SignalMask {
-  unsigned long words[16];
+// that thread ends, never the process. Windows: TerminateThread. Elsewhere: a
+// real-time signal (termination_signal()) whose handler makes the raw exit
+// call; the handler is installed by the first termination_send and by
+// nothing else.
+//
+// A thread that may be ended keeps a TerminationPoint in its own frame and
+// passes through it in order: begin (it cannot be ended yet), accept (from
+// now on it can), refuse (no longer; a termination already under way ends it
+// here) and end. A terminator reaches the point only while the caller's own
+// lock keeps it alive, and a termination sent to one run of a thread never
+// ends a later run of it.
+struct TerminationPoint {
+  alignas(8) unsigned char _room[160];
 };
 
-// Blocks termination on the calling thread; stores the mask it had in old.
-// While blocked, a termination sent to the thread waits.
-void block_termination(SignalMask* old);
-// The calling thread may be ended by token from now on: it keeps the token
-// and unblocks the signal (a termination that waited ends it here).
-void accept_termination(TerminationToken token);
-// Blocks the signal again and forgets the token: a termination that is
-// still pending is dropped when the signal is unblocked next.
-void refuse_termination();
-// Restores the mask saved by block_termination.
-void restore_signal_mask(const SignalMask& old);
+void termination_begin(TerminationPoint* p);
+void termination_accept(TerminationPoint* p);
+void termination_refuse(TerminationPoint* p);
+void termination_end(TerminationPoint* p);
 
-// Ends thread tid (of this process), if it has accepted token. Installs the
-// handler first if it is not in place. Gives false when nothing was sent:
-// the thread then runs on. Calls must be serialised by the caller.
-bool send_termination(unsigned long tid, TerminationToken token);
+// Ends the thread of p (another thread of this process) if it has accepted
+// and not refused. Gives false when nothing was sent: the thread then runs
+// on. Calls must be serialised by the caller, which keeps p alive.
+bool termination_send(TerminationPoint* p);
 
 // Ends the calling thread at once, as a termination would.
 [[noreturn]] void end_calling_thread();
+
+// The signal number that carries terminations where one does; 0 on Windows.
+// Reserved for this from the first send on.
+int termination_signal();
 
 }  // namespace krl_internal
 

@@ -12,11 +12,9 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
+#include <new>
 
 namespace krl_internal {
-
-__thread unsigned long t_thread_id __attribute__((tls_model("initial-exec"))) = 0;
-
 namespace {
 
 // The child of fork() runs on a new kernel thread: the forking thread's cache
@@ -31,6 +29,8 @@ unsigned long fetch_thread_id() {
   t_thread_id = static_cast<unsigned long>(syscall(SYS_gettid));
   return t_thread_id;
 }
+
+void debug_break() {}
 
 void yield_processor() { sched_yield(); }
 
@@ -78,9 +78,21 @@ int start_detached_thread(unsigned long stack_size, void* (*start)(void*), void*
 // the sa_restorer that the C library's sigaction chose, and the kernel calls
 // it directly in every build.
 
-static_assert(sizeof(sigset_t) <= sizeof(SignalMask), "SignalMask holds a sigset_t");
-
 namespace {
+
+typedef unsigned long long TerminationToken;
+
+// A TerminationPoint on this system.
+struct PosixPoint {
+  sigset_t mask;  // the thread's mask on entry
+  TerminationToken token;
+  unsigned long tid;
+};
+static_assert(sizeof(PosixPoint) <= sizeof(TerminationPoint) &&
+                  alignof(PosixPoint) <= alignof(TerminationPoint),
+              "TerminationPoint holds the point");
+
+PosixPoint* posix_point(TerminationPoint* p) { return reinterpret_cast<PosixPoint*>(p->_room); }
 
 // Top 16 bits of every token: marks a signal as the library's own.
 constexpr TerminationToken kTokenTag = 0x4B52ull << 48;
@@ -179,32 +191,41 @@ bool install_handler() {
 
 int termination_signal() { return SIGRTMAX - 2; }
 
-TerminationToken new_termination_token() {
-  return kTokenTag | (g_last_token.fetch_add(1, std::memory_order_relaxed) + 1);
-}
-
-void block_termination(SignalMask* old) {
+// Each run draws a token of its own, never 0 and never reused, which the
+// signal carries.
+void termination_begin(TerminationPoint* p) {
+  PosixPoint* const pp = new (p->_room) PosixPoint;
+  pp->token = kTokenTag | (g_last_token.fetch_add(1, std::memory_order_relaxed) + 1);
+  pp->tid = current_thread_id();
   const sigset_t set = termination_set();
-  pthread_sigmask(SIG_BLOCK, &set, reinterpret_cast<sigset_t*>(old->words));
+  pthread_sigmask(SIG_BLOCK, &set, &pp->mask);
 }
 
-void accept_termination(TerminationToken token) {
-  t_token = token;
+// Unblocked even if the thread was made with the signal blocked: a
+// termination that waited ends the thread here.
+void termination_accept(TerminationPoint* p) {
+  t_token = posix_point(p)->token;
   const sigset_t set = termination_set();
   pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
 }
 
-void refuse_termination() {
+// A termination that is still pending is dropped when the signal is
+// unblocked next: the token no longer matches.
+void termination_refuse(TerminationPoint*) {
   const sigset_t set = termination_set();
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
   t_token = 0;
 }
 
-void restore_signal_mask(const SignalMask& old) {
-  pthread_sigmask(SIG_SETMASK, reinterpret_cast<const sigset_t*>(old.words), nullptr);
+void termination_end(TerminationPoint* p) {
+  PosixPoint* const pp = posix_point(p);
+  pthread_sigmask(SIG_SETMASK, &pp->mask, nullptr);
+  pp->~PosixPoint();
 }
 
-bool send_termination(unsigned long tid, TerminationToken token) {
+bool termination_send(TerminationPoint* p) {
+  const unsigned long tid = posix_point(p)->tid;
+  const TerminationToken token = posix_point(p)->token;
   if (!install_handler()) return false;
   siginfo_t info;
   std::memset(&info, 0, sizeof info);

@@ -1,10 +1,12 @@
 #include <atomic>
 #include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <string>
 
+#include "krlport/platform/property.h"
 #include "krlport/platform/resolver.h"
 #include "krlport/platform/system.h"
 #include "krlport/portable/base_util.h"
@@ -16,21 +18,29 @@ namespace {
 // The user name every call after the first returns; never released.
 std::atomic<const char*> g_user_name{nullptr};
 
-// The first of: the account name (a heap copy, set in *owned), USERNAME,
-// "Win_User".
+// The first of: the account name, behind its domain and a backslash when the
+// account has one (a heap copy, set in *owned); USERNAME; "Win_User".
 const char* work_out_user_name(char*& owned) {
   owned = nullptr;
   std::string account;
-  if (krl_internal::current_user_name(account)) {
-    owned = new char[account.size() + 1];
-    std::memcpy(owned, account.c_str(), account.size() + 1);
-    return owned;
+  if (!krl_internal::current_user_name(account)) {
+    const char* env = std::getenv("USERNAME");
+    return env != nullptr ? env : "Win_User";
   }
-  const char* env = std::getenv("USERNAME");
-  return env != nullptr ? env : "Win_User";
+  // Windows 95 and 98 have no account look-up.
+  std::string domain;
+  vsysinfo* const version = BaseUtil::get_sysversion();
+  if (version != nullptr && version->major != 95 && version->major != 98 &&
+      krl_internal::account_domain(account.c_str(), domain) && !domain.empty()) {
+    account = domain + '\\' + account;
+  }
+  delete version;
+  owned = new char[account.size() + 1];
+  std::memcpy(owned, account.c_str(), account.size() + 1);
+  return owned;
 }
 
-int saturated_int(long value) {
+int saturated_int(std::int64_t value) {
   if (value < 0) return 0;
   return value > INT_MAX ? INT_MAX : static_cast<int>(value);
 }
@@ -49,10 +59,11 @@ char* BaseUtil::GetProperty(const char* name) {
 vsysinfo* BaseUtil::get_sysversion() {
   std::int32_t major = 0;
   std::int32_t minor = 0;
-  if (!krl_internal::system_version(major, minor)) {
+  const krl_internal::VersionRead read = krl_internal::system_version(major, minor);
+  if (read == krl_internal::VersionRead::kFailed) {
     std::cerr << "Could not obtain OS version information" << std::endl;
-    return nullptr;
   }
+  if (read != krl_internal::VersionRead::kRead) return nullptr;
   vsysinfo* info = new vsysinfo;
   info->major = major;
   info->minor = minor;
@@ -75,12 +86,12 @@ unsigned long BaseUtil::getpid() { return krl_internal::current_process_id(); }
 void BaseUtil::GetProcessMemory(int& commit, int& resident) {
   commit = 0;
   resident = 0;
-  long virtual_kib = 0;
-  long resident_kib = 0;
-  if (!krl_internal::process_memory_kib(virtual_kib, resident_kib)) return;
+  std::int64_t commit_kib = 0;
+  std::int64_t resident_kib = 0;
+  if (!krl_internal::process_memory_kib(commit_kib, resident_kib)) return;
   // An int holds 2 TiB less 1 KiB; a larger size (a sanitizer's shadow
   // reservation is many TiB) reads as INT_MAX rather than wrapping.
-  commit = saturated_int(virtual_kib);
+  commit = saturated_int(commit_kib);
   resident = saturated_int(resident_kib);
 }
 

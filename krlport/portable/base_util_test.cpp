@@ -11,7 +11,7 @@
 
 #include <gtest/gtest.h>
 
-#include "krlport/platform/system.h"
+#include "krlport/platform/property.h"
 #include "krlport/portable/base_util.h"
 #include "krlport/portable/portable.h"
 #include "krlport/portable/test_support.h"
@@ -29,7 +29,7 @@ TEST(BaseUtilTest, PropertyFromTheEnvironmentThenTheFile) {
                                         "KRL_TEST_LONG=" +
                                             std::string(600, 'v') + "\n");
   const std::string absent = dir.path() + "/absent";
-  krl_internal::set_property_file_path(file.c_str());
+  krl_internal::set_property_location(file.c_str());
   EXPECT_STREQ(BaseUtil::GetProperty("KRL_TEST_P"), "first");
   EXPECT_STREQ(BaseUtil::GetProperty("KRL_TEST_PX"), "longer name");
   EXPECT_STREQ(BaseUtil::GetProperty("KRL_TEST_CRLF"), "dos");
@@ -39,20 +39,20 @@ TEST(BaseUtilTest, PropertyFromTheEnvironmentThenTheFile) {
     krl_test::ScopedEnv env("KRL_TEST_P", "from-env");
     EXPECT_STREQ(KRLPortable::get_property("KRL_TEST_P"), "from-env");
   }
-  krl_internal::set_property_file_path(absent.c_str());
+  krl_internal::set_property_location(absent.c_str());
   EXPECT_EQ(BaseUtil::GetProperty("KRL_TEST_P"), nullptr);
-  krl_internal::set_property_file_path(nullptr);
+  krl_internal::set_property_location(nullptr);
 }
 
 TEST(BaseUtilTest, EmptyEnvironmentValueDoesNotHideThePropertyFile) {
   krl_test::TempDir dir;
   const std::string file = dir.add_file("properties", "KORLAN_ADM=/from/file\n");
-  krl_internal::set_property_file_path(file.c_str());
+  krl_internal::set_property_location(file.c_str());
   {
     krl_test::ScopedEnv env("KORLAN_ADM", "");
     EXPECT_STREQ(BaseUtil::GetProperty("KORLAN_ADM"), "/from/file");
   }
-  krl_internal::set_property_file_path(nullptr);
+  krl_internal::set_property_location(nullptr);
 }
 
 TEST(BaseUtilTest, UserNameIsTheEffectiveUsers) {

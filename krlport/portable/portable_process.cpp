@@ -1,12 +1,11 @@
 // Process, error, file, version, property and text helpers of KRLPortable.
 #include <atomic>
-#include <cerrno>
 #include <cstring>
 #include <iostream>
+#include <string>
 
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/frame/corba.h"
-#include "krlport/frame/utf16.h"
 #include "krlport/platform/socket.h"
 #include "krlport/platform/system.h"
 #include "krlport/portable/base_util.h"
@@ -71,11 +70,13 @@ char* KRLPortable::get_property(const char* name) { return BaseUtil::GetProperty
 unsigned short* KRLPortable::_convert_to_wide(const char* text) {
   if (text == nullptr) return nullptr;
   const std::size_t n = std::strlen(text);
-  // A UTF-8 text never needs more UTF-16 units than it has bytes.
+  // No narrow text needs more UTF-16 units than it has bytes.
   unsigned short* wide = CORBA::wstring_alloc(n);
-  if (krl_internal::utf8_to_utf16(text, n, wide)) return wide;
+  if (krl_internal::narrow_to_wide(text, n, wide)) return wide;
+  const unsigned long err = krl_internal::last_error();
+  const std::string reason = std::strerror(static_cast<int>(err));
   CORBA::wstring_free(wide);
-  std::cout << "Conversion to wchar failed: " << std::strerror(EILSEQ) << std::endl;
-  errno = EILSEQ;  // what vGetErrorNo tells afterwards
+  std::cout << "Conversion to wchar failed: " << reason << std::endl;
+  krl_internal::set_last_error(err);  // what vGetErrorNo tells afterwards
   return nullptr;
 }

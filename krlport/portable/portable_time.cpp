@@ -1,7 +1,7 @@
 // Clock, time arithmetic and sleeping of KRLPortable.
 #include <cstdint>
 
-#include "krlport/platform/system.h"
+#include "krlport/platform/clock.h"
 #include "krlport/platform/thread.h"
 #include "krlport/portable/portable.h"
 
@@ -9,8 +9,10 @@ void KRLPortable::gettimeofday(timeval& tv) {
   std::int64_t seconds = 0;
   std::int32_t milliseconds = 0;
   krl_internal::wall_clock(seconds, milliseconds);
-  tv.tv_sec = static_cast<time_t>(seconds);
-  tv.tv_usec = static_cast<suseconds_t>(milliseconds) * 1000;
+  // The fields are long on Windows (a 32-bit tv_sec, as the socket library
+  // has it), time_t and suseconds_t on Linux.
+  tv.tv_sec = static_cast<decltype(tv.tv_sec)>(seconds);
+  tv.tv_usec = static_cast<decltype(tv.tv_usec)>(milliseconds * 1000);
 }
 
 void KRLPortable::vgettimeofday(timeval* tv) { gettimeofday(*tv); }
@@ -54,8 +56,8 @@ long KRLPortable::compare_time(timeval& a, unsigned long long milliseconds) {
 }
 
 void KRLPortable::convert(unsigned long long milliseconds, timeval& tv) {
-  tv.tv_sec = static_cast<time_t>(static_cast<std::uint32_t>(milliseconds / 1000));
-  tv.tv_usec = static_cast<suseconds_t>((milliseconds % 1000) * 1000);
+  tv.tv_sec = static_cast<decltype(tv.tv_sec)>(static_cast<std::uint32_t>(milliseconds / 1000));
+  tv.tv_usec = static_cast<decltype(tv.tv_usec)>((milliseconds % 1000) * 1000);
 }
 
 unsigned long long KRLPortable::convert(const timeval& tv) {

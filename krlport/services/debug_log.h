@@ -21,8 +21,9 @@
 /// description for the record format and the masks.
 class KRL_EXPORT KRLDebugLog {
  public:
-  /// Sends the log to file, placed like KRLLogger's files ($KORLAN_ADM/log/,
-  /// /korlan/log/, the current directory), appending, mode 0600, and switches
+  /// Sends the log to file, placed like KRLLogger's files (below KORLAN_ADM,
+  /// else below the root of the current drive, else in the current
+  /// directory), appending, owner-only (0600), and switches
   /// roll-over on: every 500th record checks the size, and a file of 1 MiB or
   /// more becomes "<path>o", replacing the older backup. path (size chars)
   /// receives the path, also on most failures. Returns 1, or 0 when the path

@@ -25,7 +25,11 @@ const char* program_name(char* const* argv) {
 
 }  // namespace
 
+#if defined(_WIN32)
+int getopt(int argc, char* const* argv, const char* optstring) {
+#else
 int getopt(int argc, char* const* argv, const char* optstring) noexcept {
+#endif
   if (*place == '\0') {
     if (optind >= argc || argv[optind][0] != '-') {
       place = kEmpty;

@@ -1,7 +1,12 @@
 /// @file
 /// getopt and its four variables: the classic single-letter option scanner,
 /// exported under these plain C names. A process that links this library gets
-/// this scanner in place of the C library's.
+/// this scanner in place of the C library's. On Windows a host declares them
+/// through this header (or krlport.h), which imports them from the DLL; a
+/// host that declares them through the C runtime's headers alone refers to
+/// optind and the others by their plain names, which an import library cannot
+/// give for data, and links the runtime's getopt instead (a second definition
+/// of getopt).
 ///
 /// The scan stops at the first element that is not an option, at "--" (or any
 /// element beginning with two dashes, which is consumed) and at a lone "-"
@@ -22,16 +27,32 @@
 
 #include "krlport/frame/export.h"
 
+#if defined(_WIN32)
+// The C runtime of mingw-w64 declares these names too (<getopt.h>, also
+// reached through <unistd.h>), without dllimport and without noexcept, and
+// its library has a getopt of its own. Its declaration comes first, so that
+// the ones below, which import the DLL's, are those in force: a host then
+// refers to the DLL's variables only through their import entries, and never
+// pulls the runtime's getopt (and a second definition of getopt) into its
+// link by a plain reference to optind.
+#include <getopt.h>
+#define KRL_GETOPT_NOEXCEPT
+#else
 // noexcept as the C library declares it, so that both declarations may meet.
+#define KRL_GETOPT_NOEXCEPT noexcept
+#endif
+
 extern "C" {
 /// The next option letter of argv; '?' on an error; -1 when the options end,
 /// with optind at the first element not scanned. Not thread-safe.
-KRL_EXPORT int getopt(int argc, char* const* argv, const char* optstring) noexcept;
+KRL_EXPORT int getopt(int argc, char* const* argv, const char* optstring) KRL_GETOPT_NOEXCEPT;
 
 KRL_EXPORT extern char* optarg;  ///< argument of the option just returned, or null
 KRL_EXPORT extern int optind;    ///< next element of argv to look at; 1 at the start
 KRL_EXPORT extern int opterr;    ///< non-zero: print messages; 1 at the start
 KRL_EXPORT extern int optopt;    ///< the option character last looked at
 }
+
+#undef KRL_GETOPT_NOEXCEPT
 
 #endif  // KRLPORT_SERVICES_GETOPT_H_

@@ -76,14 +76,14 @@ KRLLoadLibrary* KRLLoadLibrary::instance() {
 
 KRLLoadLibrary::~KRLLoadLibrary() {}
 
-const char* KRLLoadLibrary::_prefix() { return "lib"; }
+const char* KRLLoadLibrary::_prefix() { return krl_internal::library_prefix(); }
 
 const char* KRLLoadLibrary::_suffix() {
   if (!g_suffix_built) {
-    // Separator, build mark, file type.
+    // Separator, build mark, file type (".so", ".dll").
     std::strcpy(g_suffix, "_");
     std::strcat(g_suffix, "r");
-    std::strcat(g_suffix, ".so");
+    std::strcat(g_suffix, krl_internal::library_file_type());
     g_suffix_built = 1;
   }
   return g_suffix;
@@ -126,7 +126,8 @@ HINSTANCE__* KRLLoadLibrary::_loadLibrary(const char* name, unsigned char raise)
     guard.handle = nullptr;
     return handle;
   }
-  if (raise) throw LoadError(CORBA_String_var(text.c_str()), error);
+  // No text (Windows gives none) stays a nil text.
+  if (raise) throw LoadError(CORBA_String_var(text.empty() ? nullptr : text.c_str()), error);
   return nullptr;
 }
 

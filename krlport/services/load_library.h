@@ -3,7 +3,8 @@
 /// KRLLoadLibrary::LoadError, the user exception of a failed load.
 ///
 /// A caller names a library by its base name. Load tries the wrapped form
-/// first, "lib" + name + "_r.so" (this library family's build), then the name
+/// first, prefix + name + "_r" + file type (this library family's build):
+/// "lib" + name + "_r.so" on Linux, name + "_r.dll" on Windows; then the name
 /// as it is, and records the library under the name that loaded. A name is
 /// loaded once: there is no reference count, a second Load changes nothing and
 /// one Unload of the recorded name releases it.
@@ -56,15 +57,15 @@ class KRL_EXPORT KRLLoadLibrary {
     /// factory _factory, base CORBA_UserException's Description.
     static const Description _description;
 
-    CORBA_String_var _text;  ///< the loader's reason, or nil
-    unsigned long _code;     ///< the error number (errno) of the failed load
+    CORBA_String_var _text;  ///< the loader's reason, or nil (always nil on Windows)
+    unsigned long _code;     ///< the error number (errno; GetLastError on Windows)
   };
 
   /// The one loader, built at the first call and never destroyed. Null for
   /// good if that allocation failed. The first call must not race with another.
   static KRLLoadLibrary* instance();
 
-  /// Loads "lib" + name + "_r.so", else name itself, unless the name that
+  /// Loads the wrapped name (see above), else name itself, unless the name that
   /// would load is recorded already (then no system call is made). A failure
   /// is not thrown: its only trace is one line on std::cerr. Holds the loader's
   /// lock throughout, also while the library's start-up code runs; that code
@@ -93,7 +94,8 @@ class KRL_EXPORT KRLLoadLibrary {
   // Caller holds _mutex.
   void _unload(const char* name);
 
-  // "lib" and "_r.so": this platform's file naming, with the build mark "r".
+  // "lib" and "_r.so", or "" and "_r.dll": the system's file naming, with
+  // the build mark "r".
   static const char* _prefix();
   static const char* _suffix();  // built once into static storage; reached under _mutex
   // out = prefix + name + suffix; out holds kNameBufferSize bytes, and a longer

@@ -2,14 +2,13 @@
 
 #include "krlport/services/logger_internal.h"
 
-#include <limits.h>
-
 #include <atomic>
 #include <fstream>
 #include <iostream>
 #include <new>
 
 #include "krlport/frame/at_unload.h"
+#include "krlport/platform/file.h"
 #include "krlport/services/log_path.h"
 
 namespace krl_internal {
@@ -43,8 +42,9 @@ std::ofstream* open_log_file(const char* path) {
 
 KRLLogger::KRLLogger()
     : _out(nullptr), _err(nullptr), _log(nullptr), _out_owned(0), _err_owned(0), _log_owned(0) {
-  // PATH_MAX rather than the 260 of Windows: a deep KORLAN_ADM must still fit.
-  char path[PATH_MAX];
+  // One path of the system: 260 on Windows, PATH_MAX on Linux, where a deep
+  // KORLAN_ADM must still fit.
+  char path[krl_internal::kPathBufferSize];
   log_to("krlout.log", path, sizeof path, 1);
   log_to("krlerr.log", path, sizeof path, 2);
   log_to("krllog.log", path, sizeof path, 4);

@@ -1,7 +1,6 @@
 #include "krlport/services/logger.h"
 
 #include <gtest/gtest.h>
-#include <limits.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -12,8 +11,9 @@
 #include <sstream>
 
 #include "krlport/exceptions/system_exception.h"
-#include "krlport/platform/system.h"
+#include "krlport/platform/property.h"
 #include "krlport/portable/test_support.h"
+#include "krlport/services/log_path.h"
 
 namespace {
 
@@ -21,8 +21,22 @@ namespace fs = std::filesystem;
 using krl_test::ScopedEnv;
 using krl_test::slurp;
 
-// The test's own directory: KORLAN_ADM, and the current directory.
-const std::string g_dir = std::getenv("KORLAN_ADM");
+// The test's own directory: KORLAN_ADM, and the current directory. In the
+// system's own form: on Windows the log path is cut at backslashes only.
+const std::string g_dir = fs::path(std::getenv("KORLAN_ADM")).make_preferred().string();
+
+// The parts joined by the system's separator.
+std::string native(std::initializer_list<std::string> parts) {
+  std::string path;
+  for (const std::string& part : parts) {
+    if (&part != parts.begin()) path += static_cast<char>(fs::path::preferred_separator);
+    path += part;
+  }
+  return path;
+}
+
+// Room for any path a test makes.
+constexpr unsigned kPathSize = 4096;
 
 // Counts live objects, so that a test sees how often the logger deletes.
 struct TrackedStream : std::ostream {
@@ -36,10 +50,10 @@ struct TrackedStream : std::ostream {
 };
 
 TEST(LoggerLogTo, MakesTheDirectoriesEmptiesTheFileAndNeedsRoomForThePath) {
-  const std::string adm = g_dir + "/a/b";
+  const std::string adm = native({g_dir, "a", "b"});
   ScopedEnv env("KORLAN_ADM", adm.c_str());
-  const std::string expected = adm + "/log/x.log";
-  char path[PATH_MAX];
+  const std::string expected = native({adm, "log", "x.log"});
+  char path[kPathSize];
   EXPECT_EQ(KRLLogger::log_to("x.log", path, expected.size(), 0), 0);
   EXPECT_FALSE(fs::exists(adm));  // checked before anything is made
   ASSERT_EQ(KRLLogger::log_to("x.log", path, expected.size() + 1, 0), 1);
@@ -48,28 +62,46 @@ TEST(LoggerLogTo, MakesTheDirectoriesEmptiesTheFileAndNeedsRoomForThePath) {
   ASSERT_EQ(KRLLogger::log_to("x.log", path, sizeof path, 0), 1);
   EXPECT_EQ(fs::file_size(expected), 0u);
 
-  // Without KORLAN_ADM the path lies below /korlan.
+  // Without KORLAN_ADM the path lies below the root of the current drive:
+  // X:\korlan\log on Windows, /korlan/log on Linux. Only formatted: the test
+  // makes nothing outside its own directory.
   ScopedEnv no_adm("KORLAN_ADM", nullptr);
-  krl_internal::set_property_file_path("/nonexistent/properties");
-  EXPECT_EQ(KRLLogger::log_to("x.log", path, std::strlen("/korlan/log/x.log"), 0), 0);
-  krl_internal::set_property_file_path(nullptr);
+  krl_internal::set_property_location("/nonexistent/properties");
+  const std::string fallback =
+      fs::current_path().root_name().string() + native({"", "korlan", "log", "x.log"});
+  ASSERT_TRUE(krl_internal::format_log_path("x.log", path, sizeof path));
+  EXPECT_EQ(path, fallback);
+  EXPECT_FALSE(krl_internal::format_log_path("x.log", path, fallback.size()));
+  krl_internal::set_property_location(nullptr);
 }
 
 TEST(LoggerLogTo, RelativeAdmAndUnmakeableDirectoryUseTheCurrentDirectory) {
   std::ofstream("plain_file") << "in the way";
-  char path[PATH_MAX];
-  const char* const cases[][2] = {{"rel", "rel/log/f.log"}, {"plain_file/adm", "f.log"}};
+  char path[kPathSize];
+  const std::string cases[][2] = {
+      {"rel", native({"rel", "log", "f.log"})},
+      {native({"plain_file", "adm"}), "f.log"},
+#ifdef _WIN32
+      // A leading backslash without a drive: the walk's first step is the
+      // empty name, which can't be made.
+      {"\\adm", "f.log"},
+      // Only backslashes separate the walk's steps: "fw/x" is one step, and
+      // _mkdir can't make it while fw is missing.
+      {native({g_dir, "fw/x"}), "f.log"},
+#endif
+  };
   for (const auto& c : cases) {
-    ScopedEnv env("KORLAN_ADM", c[0]);
-    EXPECT_EQ(KRLLogger::log_to("f.log", path, sizeof path, 0), 1);
-    EXPECT_STREQ(path, c[1]);
-    EXPECT_TRUE(fs::exists(c[1]));
+    ScopedEnv env("KORLAN_ADM", c[0].c_str());
+    EXPECT_EQ(KRLLogger::log_to("f.log", path, sizeof path, 0), 1) << c[0];
+    EXPECT_EQ(path, c[1]) << c[0];
+    EXPECT_TRUE(fs::exists(c[1])) << c[0];
   }
 }
 
 TEST(LoggerSlots, SharedStreamStaysWhileASlotHoldsItAndGoesOnceAfterwards) {
   KRLLogger& logger = KRLLogger::instance();
-  char path[PATH_MAX];
+  ScopedEnv env("KORLAN_ADM", g_dir.c_str());
+  char path[kPathSize];
   ASSERT_EQ(KRLLogger::log_to("both.log", path, sizeof path, 3), 1);
   EXPECT_EQ(&logger.out(), &logger.err());
   TrackedStream other;
@@ -89,7 +121,7 @@ TEST(LoggerSlots, SharedStreamStaysWhileASlotHoldsItAndGoesOnceAfterwards) {
   KRLLogger::replace_log(other, 0);
   EXPECT_EQ(TrackedStream::live, live);
 
-  fs::create_directories(g_dir + "/log/dir.log");
+  fs::create_directories(native({g_dir, "log", "dir.log"}));
   EXPECT_EQ(KRLLogger::log_to("dir.log", path, sizeof path, 4), 0);  // can't open a directory
   EXPECT_EQ(&logger.log(), &other);
   for (auto replace : {KRLLogger::replace_out, KRLLogger::replace_err, KRLLogger::replace_log}) {
@@ -101,7 +133,7 @@ TEST(LoggerSlots, ReplaceStreamFillsOneSlotAndKeepsTheDisplacedStreamOpen) {
   KRLLogger& logger = KRLLogger::instance();
   TrackedStream* const displaced = new TrackedStream;
   KRLLogger::replace_log(*displaced, 1);
-  const std::string file = g_dir + "/replaced.log";
+  const std::string file = native({g_dir, "replaced.log"});
   const int live = TrackedStream::live;
   logger.replace_stream(file.c_str(), 6);
   EXPECT_EQ(TrackedStream::live, live);
@@ -109,7 +141,7 @@ TEST(LoggerSlots, ReplaceStreamFillsOneSlotAndKeepsTheDisplacedStreamOpen) {
   std::ostream* const log_now = &logger.log();
   *log_now << "log slot" << std::flush;
   EXPECT_EQ(slurp(file), "log slot");
-  logger.replace_stream((g_dir + "/no/dir.log").c_str(), 4);
+  logger.replace_stream(native({g_dir, "no", "dir.log"}).c_str(), 4);
   EXPECT_EQ(&logger.log(), log_now);
 }
 
@@ -117,7 +149,7 @@ TEST(LoggerDeathTest, ExitDeletesEachOwnedStreamOnce) {
   // A double delete aborts or prints a second line, a missing one prints none.
   EXPECT_EXIT(
       {
-        char path[PATH_MAX];
+        char path[kPathSize];
         KRLLogger::log_to("exit.log", path, sizeof path, 3);
         TrackedStream* t = new TrackedStream(true);
         KRLLogger::replace_err(*t, 1);
@@ -130,7 +162,7 @@ TEST(LoggerDeathTest, ExitDeletesEachOwnedStreamOnce) {
 // The displaced stream is the host's again: deleting it, or putting it back
 // owned, must not meet a second delete by the logger at exit.
 TEST(LoggerDeathTest, StreamDisplacedByReplaceStreamIsTheHostsToDeleteOrPutBack) {
-  const std::string file = g_dir + "/displacing.log";
+  const std::string file = native({g_dir, "displacing.log"});
   for (const bool put_back : {false, true}) {
     EXPECT_EXIT(
         {
@@ -155,13 +187,13 @@ TEST(LoggerDeathTest, StreamDisplacedByReplaceStreamIsTheHostsToDeleteOrPutBack)
 // exception on it is written as on any plain stream.
 TEST(LoggerDeathTest, StandardStreamStandingInForAnEmptySlotIsNoLogStream) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process whose logger is not built yet
-  const std::string adm = g_dir + "/blocked";
+  const std::string adm = native({g_dir, "blocked"});
   EXPECT_EXIT(
       {
         for (const char* name : {"krlout.log", "krlerr.log", "krllog.log"}) {
-          fs::create_directories(adm + "/log/" + name);
+          fs::create_directories(native({adm, "log", name}));
         }
-        ::setenv("KORLAN_ADM", adm.c_str(), 1);
+        ScopedEnv env("KORLAN_ADM", adm.c_str());
         const CORBA_BAD_PARAM e(8, CORBA::COMPLETED_MAYBE);
         std::ostringstream plain;
         plain << e;

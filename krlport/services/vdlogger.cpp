@@ -1,12 +1,9 @@
 #include "krlport/services/vdlogger.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cstring>
-#include <ctime>
 
 #include "krlport/platform/fatal.h"
+#include "krlport/platform/file.h"
 #include "krlport/services/log_path.h"
 
 namespace krl_internal {
@@ -98,8 +95,12 @@ bool KRLDebugLogger::set_file(const char* file) {
   return true;
 }
 
+// unsigned long is 32 bits on Windows: a limit of 4 GiB or more is cut to
+// the largest, rather than wrapping round to a small one.
 void KRLDebugLogger::set_max_size(unsigned long kibibytes) {
-  if (kibibytes != 0) _max_size.store(kibibytes << 10, kRelaxed);
+  constexpr unsigned long kLargest = ~0ul;
+  if (kibibytes == 0) return;
+  _max_size.store(kibibytes > (kLargest >> 10) ? kLargest : kibibytes << 10, kRelaxed);
 }
 
 void KRLDebugLogger::enable(unsigned long mask) {
@@ -135,19 +136,17 @@ void KRLDebugLogger::reset_options() {
   _options.store(1, kRelaxed);
 }
 
-// Appends; "e" keeps the descriptor out of programs the host executes. A
-// regular file is for its owner only (0600); a device or pipe the host named
-// keeps its mode.
+// Appends, and keeps the file out of child processes. A regular file is for
+// its owner only (0600); a device or pipe the host named keeps its mode.
 void KRLDebugLogger::open_file() {
-  _stream = std::fopen(_file_name, "ae");
+  _stream = open_for_append(_file_name);
   _open_pending = _stream == nullptr;
   if (_open_pending) {
     _fd = -1;
     return;
   }
-  _fd = ::fileno(_stream);
-  struct stat st;
-  if (::fstat(_fd, &st) == 0 && S_ISREG(st.st_mode)) ::fchmod(_fd, 0600);
+  _fd = stream_descriptor(_stream);
+  make_owner_only(_fd, _file_name);
 }
 
 // fclose releases the stream even when it reports an error (flushing
@@ -161,15 +160,15 @@ void KRLDebugLogger::close_file() {
 
 void KRLDebugLogger::roll_over() {
   if (_fd == -1 || (_options.load(kRelaxed) & 1) == 0) return;  // stdout never rolls over
-  struct stat st;
-  if (::fstat(_fd, &st) != 0) return;
-  if (static_cast<unsigned long long>(st.st_size) < _max_size.load(kRelaxed)) return;
+  FileStatus status;
+  if (!descriptor_status(_fd, status)) return;
+  if (status.size < _max_size.load(kRelaxed)) return;
   // Room for the longest name and its "o", so that a backup name is never
   // cut back to the log's own name.
   char backup[kMaxFileName + 2];
   std::snprintf(backup, sizeof backup, "%so", _file_name);
-  if (::stat(backup, &st) == 0) ::unlink(backup);
-  close_file();
+  if (file_status(backup, status)) remove_file(backup);
+  close_file();  // before the rename: Windows renames no open file
   std::rename(_file_name, backup);  // on failure the file just goes on growing
   open_file();
 }
@@ -192,10 +191,9 @@ KRLDebugLogger& KRLDebugLogger::begin_record(int tag, unsigned long mask, const 
     _record_count = 0;
     if (_open_pending) return *this;  // the reopen after roll-over failed
   }
-  const std::time_t now = std::time(nullptr);
-  char when[32] = "";  // ctime_r writes 26 bytes; a year past 9999 is cut
-  if (::ctime_r(&now, when) == nullptr) when[0] = '\0';
-  when[24] = '\0';
+  const std::int64_t now = current_time_seconds();
+  char when[32];
+  local_time_text(now, when, sizeof when);
   _write_failed =
       std::fprintf(_stream, "=> %s,%02x,%08x,%s,%d,%d\n", when, static_cast<unsigned>(tag), bits,
                    source != nullptr ? source : "<null>", line, static_cast<int>(now)) < 0;

@@ -52,25 +52,29 @@ struct KRL_EXPORT KRLObjWrap {
   void* object;
 };
 
-/// Dictionary key protocol: the field's value as an unsigned number, and the
-/// difference of the fields (0 for equal keys). The difference is taken modulo
-/// 2^64, so that far-apart keys cannot overflow.
+/// Dictionary key protocol: the field's value as an unsigned number, and a
+/// comparison that gives 0 for equal keys only.
+///
+/// The offset as an unsigned number.
 inline unsigned long _krl_hash(const KRLOffsetWrapper& k) {
   return static_cast<unsigned long>(k.offset);
 }
-/// 0 for equal offsets.
+/// The difference of the offsets, taken modulo 2^N of an unsigned long, so
+/// that far-apart offsets cannot overflow: 0 for equal offsets only.
 inline long compare(const KRLOffsetWrapper& a, const KRLOffsetWrapper& b) {
   return static_cast<long>(static_cast<unsigned long>(a.offset) -
                            static_cast<unsigned long>(b.offset));
 }
-/// The address as a number.
+/// The address as a number; on Windows, where a long has 32 bits, its low 32.
 inline unsigned long _krl_hash(const KRLObjWrap& k) {
   return static_cast<unsigned long>(reinterpret_cast<std::uintptr_t>(k.object));
 }
-/// 0 for equal addresses.
+/// -1, 0 or 1 as the addresses compare. Never their difference: cut to a
+/// 32-bit long (Windows), objects 4 GiB apart would compare equal.
 inline long compare(const KRLObjWrap& a, const KRLObjWrap& b) {
-  return static_cast<long>(reinterpret_cast<std::uintptr_t>(a.object) -
-                           reinterpret_cast<std::uintptr_t>(b.object));
+  const std::uintptr_t x = reinterpret_cast<std::uintptr_t>(a.object);
+  const std::uintptr_t y = reinterpret_cast<std::uintptr_t>(b.object);
+  return x < y ? -1 : (x > y ? 1 : 0);
 }
 
 /// A two-way map between stream offsets and objects, for the indirections a

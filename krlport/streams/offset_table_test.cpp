@@ -1,6 +1,7 @@
 #include "krlport/streams/offset_table.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -35,6 +36,22 @@ TEST(OffsetTableTest, BothDirectionsRemoveAndRepeatedKeys) {
   EXPECT_EQ(t->object_at(12), nullptr);  // no half-entered pair is left
   t->add(12, &c);
   EXPECT_EQ(t->_unref(), 0);
+}
+
+// Keys of objects 4 GiB apart: with the address difference cut to a 32-bit
+// long (Windows) the two compared equal and the second add was refused. The
+// addresses are never followed.
+TEST(OffsetTableTest, ObjectsFourGiBApartAreDistinctKeys) {
+  char* const low = reinterpret_cast<char*>(std::uintptr_t{1} << 12);
+  void* const high = low + (std::uintptr_t{1} << 32);
+  EXPECT_NE(compare(KRLObjWrap(low), KRLObjWrap(high)), 0);
+  EXPECT_GT(compare(KRLObjWrap(high), KRLObjWrap(low)), 0);
+  KRLOffsetTable* t = make();
+  t->add(0, low);
+  t->add(4, high);
+  EXPECT_EQ(t->offset_of(low), 0);
+  EXPECT_EQ(t->offset_of(high), 4);
+  t->_unref();
 }
 
 TEST(OffsetTableTest, CleanupClearAndLevels) {

@@ -1,10 +1,10 @@
 #include "krlport/streams/text_scan.h"
 
-#include <locale.h>
 #include <charconv>
-#include <clocale>
-#include <cstdlib>
+#include <limits>
 #include <string>
+
+#include "krlport/platform/number_text.h"
 
 namespace krl_internal {
 namespace {
@@ -53,13 +53,8 @@ std::ios_base::iostate collect_floating(std::streambuf* sb, std::string& text) {
 }
 
 // strtod in the "C" locale, whatever setlocale the host made.
-locale_t c_locale() {
-  static const locale_t loc = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr));
-  return loc;
-}
-
-double c_strtod(const char* s, char** end, double*) { return strtod_l(s, end, c_locale()); }
-float c_strtod(const char* s, char** end, float*) { return strtof_l(s, end, c_locale()); }
+double c_strtod(const char* s, char** end, double*) { return c_text_to_double(s, end); }
+float c_strtod(const char* s, char** end, float*) { return c_text_to_float(s, end); }
 
 // Converts as num_get's conversion does: the whole text or nothing (0 and
 // failbit); an overflow gives the largest finite value and failbit, an

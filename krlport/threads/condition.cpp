@@ -6,15 +6,16 @@
 
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/platform/event.h"
-#include "krlport/platform/lock.h"
 #include "krlport/platform/thread.h"
 #include "krlport/threads/condition_internal.h"
+#include "krlport/threads/mutex_internal.h"
 
 using krl_internal::ConditionWaiter;
 using krl_internal::Event;
 using krl_internal::EventWait;
 using krl_internal::lock_acquire;
 using krl_internal::lock_release;
+using krl_internal::lock_room;
 
 namespace krl_internal {
 
@@ -35,6 +36,13 @@ constexpr unsigned long kInitialCapacity = 4;
 // The forms in seconds pass t * 1000, computed on 32 bits, which wraps.
 unsigned long long seconds_to_ms(unsigned long t) {
   return static_cast<std::uint32_t>(t) * std::uint32_t{1000};
+}
+
+// Throws CORBA_NO_RESOURCES for the error in errno, after perror(call).
+[[noreturn]] void fail(const char* call) {
+  const int err = errno;
+  std::perror(call);
+  throw CORBA_NO_RESOURCES(static_cast<unsigned long>(err), CORBA::COMPLETED_NO);
 }
 
 }  // namespace
@@ -67,34 +75,40 @@ void KRLCondition::remove(unsigned long index) {
 
 void KRLCondition::removeAll() { _count.store(0, std::memory_order_relaxed); }
 
-unsigned char KRLCondition::wait_for(KRLMutex& m, std::uint32_t limit_ms) {
-  // The event is a word in this frame: making it cannot fail, so a wait has
-  // no "CreateEvent" failure here, and ending it closes nothing.
+unsigned char KRLCondition::wait_for(KRLMutex& m, std::uint32_t limit_ms, bool pump) {
+  // The event lives in this frame. Only an event object of the system can
+  // fail to be made; the caller then holds neither m nor _mutex.
   ConditionWaiter self;
+  if (!self.event.ok()) {
+    const int err = errno;
+    lock_release(lock_room(m._cs));
+    errno = err;
+    fail("CreateEvent");
+  }
   // The entry goes in while the caller still holds `m`: a thread that takes
   // `m` after it is given up and signals finds the event in the array, so no
   // wake-up is lost, and it finds `_count` raised without taking `_mutex`.
   // `_mutex` goes before `m`, so that a thread that gets `m` and signals at
   // once does not find `_mutex` still held. A growth that fails leaves the
   // caller as it was.
-  lock_acquire(_mutex._cs);
+  lock_acquire(lock_room(_mutex._cs));
   try {
     add(&self);
   } catch (...) {
-    lock_release(_mutex._cs);
+    lock_release(lock_room(_mutex._cs));
     throw;
   }
-  lock_release(_mutex._cs);
-  lock_release(m._cs);
+  lock_release(lock_room(_mutex._cs));
+  lock_release(lock_room(m._cs));
 
-  const EventWait result = self.event.wait(limit_ms);
+  const EventWait result = pump ? self.event.wait_pumping(limit_ms) : self.event.wait(limit_ms);
   if (result == EventWait::kSignalled) {
     // The waker took the entry out and touches this condition no more.
-    lock_acquire(m._cs);
+    lock_acquire(lock_room(m._cs));
     return 0;
   }
   const int err = errno;
-  lock_acquire(_mutex._cs);
+  lock_acquire(lock_room(_mutex._cs));
   bool taken = true;
   const unsigned long n = _count.load(std::memory_order_relaxed);
   for (unsigned long i = 0; i < n; ++i) {
@@ -104,7 +118,7 @@ unsigned char KRLCondition::wait_for(KRLMutex& m, std::uint32_t limit_ms) {
       break;
     }
   }
-  lock_release(_mutex._cs);
+  lock_release(lock_room(_mutex._cs));
   if (taken) {
     // A signal took the entry after the time ran out (or the sleep failed)
     // and is spent. Its waker sets the event after releasing `_mutex`, so
@@ -114,15 +128,14 @@ unsigned char KRLCondition::wait_for(KRLMutex& m, std::uint32_t limit_ms) {
     }
   }
   if (result == EventWait::kTimedOut) {
-    lock_acquire(m._cs);
+    lock_acquire(lock_room(m._cs));
     return 1;
   }
   errno = err;
-  std::perror("WaitForSingleObject");
-  throw CORBA_NO_RESOURCES(static_cast<unsigned long>(err), CORBA::COMPLETED_NO);
+  fail(pump ? "MsgWaitForMultipleObjects" : "WaitForSingleObject");
 }
 
-void KRLCondition::wait(KRLMutex& m) { wait_for(m, krl_internal::kWaitForever); }
+void KRLCondition::wait(KRLMutex& m) { wait_for(m, krl_internal::kWaitForever, false); }
 
 void KRLCondition::wait(KRLMutex& m, unsigned long seconds) { wait(m, seconds_to_ms(seconds)); }
 
@@ -136,38 +149,44 @@ unsigned char KRLCondition::timedwait(KRLMutex& m, unsigned long seconds) {
 
 // Only the low 32 bits of the limit are read.
 unsigned char KRLCondition::timedwait(KRLMutex& m, unsigned long long ms) {
-  return wait_for(m, static_cast<std::uint32_t>(ms));
+  return wait_for(m, static_cast<std::uint32_t>(ms), false);
 }
 
-void KRLCondition::wait_all(KRLMutex& m) { wait(m); }
-void KRLCondition::wait_all(KRLMutex& m, unsigned long seconds) { wait(m, seconds); }
-void KRLCondition::wait_all(KRLMutex& m, unsigned long long ms) { wait(m, ms); }
+void KRLCondition::wait_all(KRLMutex& m) { wait_for(m, krl_internal::kWaitForever, true); }
+
+void KRLCondition::wait_all(KRLMutex& m, unsigned long seconds) {
+  wait_all(m, seconds_to_ms(seconds));
+}
+
+void KRLCondition::wait_all(KRLMutex& m, unsigned long long ms) {
+  if (timedwait_all(m, ms) != 0) throw CORBA_TIMEOUT();
+}
 
 unsigned char KRLCondition::timedwait_all(KRLMutex& m, unsigned long seconds) {
-  return timedwait(m, seconds);
+  return timedwait_all(m, seconds_to_ms(seconds));
 }
 
 unsigned char KRLCondition::timedwait_all(KRLMutex& m, unsigned long long ms) {
-  return timedwait(m, ms);
+  return wait_for(m, static_cast<std::uint32_t>(ms), true);
 }
 
 ConditionWaiter* KRLCondition::take_one() {
   if (_count.load(std::memory_order_relaxed) == 0) return nullptr;
   ConditionWaiter* taken = nullptr;
-  lock_acquire(_mutex._cs);
+  lock_acquire(lock_room(_mutex._cs));
   if (_count.load(std::memory_order_relaxed) != 0) {
     taken = static_cast<ConditionWaiter*>(_events[0]);
     remove(0);
     taken->next = nullptr;
   }
-  lock_release(_mutex._cs);
+  lock_release(lock_room(_mutex._cs));
   return taken;
 }
 
 ConditionWaiter* KRLCondition::take_all() {
   if (_count.load(std::memory_order_relaxed) == 0) return nullptr;
   ConditionWaiter* first = nullptr;
-  lock_acquire(_mutex._cs);
+  lock_acquire(lock_room(_mutex._cs));
   // Linked from the last entry back, so that the events are set from index 0
   // upward.
   for (unsigned long i = _count.load(std::memory_order_relaxed); i-- > 0;) {
@@ -176,7 +195,7 @@ ConditionWaiter* KRLCondition::take_all() {
     first = w;
   }
   removeAll();
-  lock_release(_mutex._cs);
+  lock_release(lock_room(_mutex._cs));
   return first;
 }
 

@@ -113,8 +113,9 @@ class KRL_EXPORT KRLCondition {
   krl_internal::ConditionWaiter* take_all();
 
   // One wait with a limit in milliseconds (kWaitForever: none): 1 on a
-  // time-out, 0 when woken.
-  unsigned char wait_for(KRLMutex& m, std::uint32_t limit_ms);
+  // time-out, 0 when woken. With pump, the thread's window messages are
+  // dispatched meanwhile, on systems that have them.
+  unsigned char wait_for(KRLMutex& m, std::uint32_t limit_ms, bool pump);
 
   // Guards `_events`, `_count` and `_capacity`. Not the caller's mutex.
   KRLMutex _mutex;

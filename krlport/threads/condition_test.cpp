@@ -71,18 +71,20 @@ constexpr long long kNoSleep = -1000;
 constexpr long long kForever = -2000;
 long long g_limit = kNoSleep;
 
-int recording_sleep(std::atomic<std::uint32_t>*, std::uint32_t, const timespec* deadline) {
+int recording_sleep(std::atomic<std::uint32_t>*, std::uint32_t,
+                    const krl_internal::EventDeadline* deadline) {
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
   g_limit = deadline == nullptr ? kForever
-                                : ((deadline->tv_sec - now.tv_sec) * 1000000000LL +
-                                   deadline->tv_nsec - now.tv_nsec + 999999) /
+                                : ((deadline->seconds - now.tv_sec) * 1000000000LL +
+                                   deadline->nanoseconds - now.tv_nsec + 999999) /
                                       1000000;
   errno = deadline == nullptr ? EINVAL : ETIMEDOUT;
   return -1;
 }
 
-int lock_word(KRLMutex& m) { return krl_internal::recursive_lock(krl_internal::lock_of(m)).word; }
+// 1 while some thread holds m.
+int lock_word(KRLMutex& m) { return krl_internal::lock_held(krl_internal::lock_of(m)) ? 1 : 0; }
 
 TEST(KRLConditionTest, TimeLimits) {
   KRLMutex m;
@@ -166,7 +168,7 @@ TEST(KRLConditionTest, BoundedQueueDeliversEveryItemOnce) {
 
 // A failed sleep under the caller's armed guard: the exception leaves the
 // wait with m not held, and the guard's unlock on the way out is harmless.
-int failing_sleep(std::atomic<std::uint32_t>*, std::uint32_t, const timespec*) {
+int failing_sleep(std::atomic<std::uint32_t>*, std::uint32_t, const krl_internal::EventDeadline*) {
   errno = EINVAL;
   return -1;
 }
@@ -214,7 +216,7 @@ void wait_and_destroy(Shared* s, std::atomic<int>& registered, unsigned long lon
 // waiter finds it gone, and its waker sets the event only after that.
 std::atomic<KRLCondition*> g_taken_from{nullptr};
 int times_out_while_taken(std::atomic<std::uint32_t>* word, std::uint32_t expected,
-                          const timespec*) {
+                          const krl_internal::EventDeadline*) {
   while (*word == expected && lock_word(krl_internal::condition_mutex(*g_taken_from)) == 0) {
     std::this_thread::yield();
   }

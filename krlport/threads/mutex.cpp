@@ -3,21 +3,20 @@
 #include "krlport/threads/mutex_internal.h"
 
 #include "krlport/platform/fatal.h"
-#include "krlport/platform/lock.h"
 #include "krlport/portable/base_util.h"
 
 unsigned char KRLMutex::_inShutdown = 0;
 
-KRLMutex::KRLMutex() { krl_internal::lock_init(_cs); }
+KRLMutex::KRLMutex() { krl_internal::lock_init(krl_internal::lock_room(_cs)); }
 
 KRLMutex::~KRLMutex() {
-  if (_inShutdown == 0) krl_internal::lock_destroy(_cs);
+  if (_inShutdown == 0) krl_internal::lock_destroy(krl_internal::lock_room(_cs));
 }
 
-void KRLMutex::lock() { krl_internal::lock_acquire(_cs); }
-void KRLMutex::unlock() { krl_internal::lock_release(_cs); }
-void KRLMutex::v_lock() { krl_internal::lock_acquire(_cs); }
-void KRLMutex::v_unlock() { krl_internal::lock_release(_cs); }
+void KRLMutex::lock() { krl_internal::lock_acquire(krl_internal::lock_room(_cs)); }
+void KRLMutex::unlock() { krl_internal::lock_release(krl_internal::lock_room(_cs)); }
+void KRLMutex::v_lock() { krl_internal::lock_acquire(krl_internal::lock_room(_cs)); }
+void KRLMutex::v_unlock() { krl_internal::lock_release(krl_internal::lock_room(_cs)); }
 
 void KRLMutex::shutdown() {
   vsysinfo* info = BaseUtil::get_sysversion();
@@ -29,11 +28,11 @@ void KRLMutex::shutdown() {
 namespace krl_internal {
 
 struct MutexAccess {
-  static LockStorage& lock(KRLMutex& m) { return m._cs; }
+  static LockRoom* lock(KRLMutex& m) { return lock_room(m._cs); }
   static unsigned char& shutdown_flag() { return KRLMutex::_inShutdown; }
 };
 
-LockStorage& lock_of(KRLMutex& m) { return MutexAccess::lock(m); }
+LockRoom* lock_of(KRLMutex& m) { return MutexAccess::lock(m); }
 unsigned char mutex_shutdown_flag() { return MutexAccess::shutdown_flag(); }
 void set_mutex_shutdown_flag(unsigned char flag) { MutexAccess::shutdown_flag() = flag; }
 

@@ -1,22 +1,23 @@
 #include "krlport/threads/rw_lock.h"
 
-#include "krlport/platform/lock.h"
 #include "krlport/threads/condition_internal.h"
+#include "krlport/threads/mutex_internal.h"
 #include "krlport/threads/rw_lock_internal.h"
 
 using krl_internal::condition_wake;
 using krl_internal::ConditionWaiter;
 using krl_internal::lock_acquire;
 using krl_internal::lock_release;
+using krl_internal::lock_room;
 
 // Holds `_mutex` for one operation. A wait on a condition gives `_mutex` up
 // and takes it back; a wait that fails does not take it back (see
 // KRLCondition), and then the hold has nothing left to release.
 class KRLRWLock::Hold {
  public:
-  explicit Hold(KRLRWLock& l) : _mutex(l._mutex) { lock_acquire(_mutex._cs); }
+  explicit Hold(KRLRWLock& l) : _mutex(l._mutex) { lock_acquire(lock_room(_mutex._cs)); }
   ~Hold() {
-    if (_held) lock_release(_mutex._cs);
+    if (_held) lock_release(lock_room(_mutex._cs));
   }
   Hold(const Hold&) = delete;
   Hold& operator=(const Hold&) = delete;
@@ -49,10 +50,10 @@ class KRLRWLock::WaitingWriter {
       return;
     }
     KRLRWLock& l = _lock;
-    lock_acquire(l._mutex._cs);
+    lock_acquire(lock_room(l._mutex._cs));
     --l._waiting_writers;
     ConditionWaiter* const woken = l.take(l.wake_after_release());
-    lock_release(l._mutex._cs);
+    lock_release(lock_room(l._mutex._cs));
     condition_wake(woken);
   }
   WaitingWriter(const WaitingWriter&) = delete;
@@ -101,7 +102,7 @@ ConditionWaiter* KRLRWLock::take(Wake w) {
 }
 
 void KRLRWLock::unlock() {
-  lock_acquire(_mutex._cs);
+  lock_acquire(lock_room(_mutex._cs));
   if (_state < 0) {
     _state = 0;
   } else {
@@ -111,7 +112,7 @@ void KRLRWLock::unlock() {
   // The last touch of the lock: from here on another thread may hold it and
   // destroy it. The woken threads' events are set outside `_mutex`, so they
   // do not at once block on it.
-  lock_release(_mutex._cs);
+  lock_release(lock_room(_mutex._cs));
   condition_wake(woken);
 }
 

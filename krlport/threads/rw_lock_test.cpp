@@ -100,7 +100,8 @@ TEST(KRLRWLockTest, GuardsUnlockOnlyWhenArmed) {
 // The first sleep waits for g_fail_now and fails; later ones are real.
 std::atomic<int> g_sleeps{0};
 std::atomic<bool> g_fail_now{false};
-int first_sleep_fails(std::atomic<std::uint32_t>* word, std::uint32_t expected, const timespec* d) {
+int first_sleep_fails(std::atomic<std::uint32_t>* word, std::uint32_t expected,
+                      const krl_internal::EventDeadline* d) {
   if (g_sleeps++ != 0) return krl_internal::event_futex_sleep(word, expected, d);
   while (!g_fail_now) std::this_thread::sleep_for(1ms);
   errno = EINVAL;

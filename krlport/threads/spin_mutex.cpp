@@ -1,7 +1,13 @@
 #include "krlport/threads/spin_mutex.h"
 
+#include "krlport/platform/atomic.h"
 #include "krlport/platform/thread.h"
 #include "krlport/threads/spin_pool.h"
+
+using krl_internal::atomic_compare_exchange;
+using krl_internal::atomic_exchange;
+using krl_internal::atomic_load;
+using krl_internal::MemoryOrder;
 
 KRLSpinMutex::KRLSpinMutex() : _word(KRLSpinWordPool::instance().get()) {}
 
@@ -56,11 +62,11 @@ void KRLRSpinMutex::lock() {
   const unsigned long self = krl_internal::current_thread_id();
   unsigned long* owner = &_record->_owner;
   // Only this thread ever stores its own id, so seeing it means we own it.
-  if (__atomic_load_n(owner, __ATOMIC_RELAXED) != self) {
+  if (atomic_load(owner, MemoryOrder::kRelaxed) != self) {
     unsigned long expected = 0;
-    while (__atomic_load_n(owner, __ATOMIC_RELAXED) != 0 ||
-           !__atomic_compare_exchange_n(owner, &expected, self, false, __ATOMIC_SEQ_CST,
-                                        __ATOMIC_RELAXED)) {
+    while (atomic_load(owner, MemoryOrder::kRelaxed) != 0 ||
+           !atomic_compare_exchange(owner, &expected, self, false, MemoryOrder::kSeqCst,
+                                    MemoryOrder::kRelaxed)) {
       expected = 0;
       krl_internal::yield_processor();
     }
@@ -70,7 +76,7 @@ void KRLRSpinMutex::lock() {
 
 void KRLRSpinMutex::unlock() {
   if (_record == nullptr) return;
-  if (--_record->_depth == 0) __atomic_exchange_n(&_record->_owner, 0UL, __ATOMIC_SEQ_CST);
+  if (--_record->_depth == 0) atomic_exchange(&_record->_owner, 0UL, MemoryOrder::kSeqCst);
 }
 
 void KRLRSpinMutex::v_lock() { lock(); }

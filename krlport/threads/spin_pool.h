@@ -13,6 +13,7 @@
 #ifndef KRLPORT_THREADS_SPIN_POOL_H_
 #define KRLPORT_THREADS_SPIN_POOL_H_
 
+#include "krlport/platform/atomic.h"
 #include "krlport/platform/thread.h"
 #include "krlport/threads/spin_mutex.h"
 
@@ -32,15 +33,17 @@ class KRLSpinWord {
   static void acquire(long* word) {
     // Read plainly first, so that waiters do not pull the line away from the
     // holder with exchanges bound to fail.
-    while (__atomic_load_n(word, __ATOMIC_RELAXED) != 0 ||
-           __atomic_exchange_n(word, 1L, __ATOMIC_SEQ_CST) != 0) {
+    while (krl_internal::atomic_load(word, krl_internal::MemoryOrder::kRelaxed) != 0 ||
+           krl_internal::atomic_exchange(word, 1L, krl_internal::MemoryOrder::kSeqCst) != 0) {
       krl_internal::yield_processor();
     }
   }
   // A full exchange, not a release store: code after an unlock keeps the full
   // barrier it had with the system's exchange. It costs about as much again
   // as the acquire on an uncontended lock.
-  static void release(long* word) { __atomic_exchange_n(word, 0L, __ATOMIC_SEQ_CST); }
+  static void release(long* word) {
+    krl_internal::atomic_exchange(word, 0L, krl_internal::MemoryOrder::kSeqCst);
+  }
 
  private:
   long _word;
@@ -74,13 +77,14 @@ long* word_of(const KRLSpinMutex& m);
 KRLSpinRecord* record_of(const KRLRSpinMutex& m);
 
 // One more lock uses the block of `sharers`.
-inline void spin_share(long* sharers) { __atomic_add_fetch(sharers, 1L, __ATOMIC_RELAXED); }
+inline void spin_share(long* sharers) { atomic_add_fetch(sharers, 1L, MemoryOrder::kRelaxed); }
 // One lock fewer uses it: true if that was the last user, which gives the
 // block back. The uses of the others are ordered before that.
 inline bool spin_unshare(long* sharers) {
-  long n = __atomic_load_n(sharers, __ATOMIC_ACQUIRE);
+  long n = atomic_load(sharers, MemoryOrder::kAcquire);
   while (n != 0) {
-    if (__atomic_compare_exchange_n(sharers, &n, n - 1, true, __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE)) {
+    if (atomic_compare_exchange(sharers, &n, n - 1, true, MemoryOrder::kAcqRel,
+                                MemoryOrder::kAcquire)) {
       return false;
     }
   }

@@ -7,6 +7,7 @@
 
 #include "krlport/exceptions/exception.h"
 #include "krlport/exceptions/system_exception.h"
+#include "krlport/platform/atomic.h"
 #include "krlport/platform/thread.h"
 #include "krlport/portable/portable.h"
 #include "krlport/threads/thread_local.h"
@@ -22,11 +23,12 @@ namespace {
 // and is linked from when the thread has begun until it leaves _start, or
 // until a terminator ends it.
 //
-// The termination signal is blocked while a thread links or unlinks its own
-// node, and a terminator sends it while holding the lock, so a thread never
-// ends holding the lock. A terminator that sent unlinks the node and marks it
-// ended; the thread, if it gets to its own unlinking before the signal does
-// (it had the signal blocked), finds the mark and leaves the links alone.
+// A thread cannot be ended while it links or unlinks its own node (its
+// termination point has not accepted yet, or has refused), and a terminator
+// sends while holding the lock, so a thread never ends holding the lock. A
+// terminator that sent unlinks the node and marks it ended; the thread, if it
+// gets to its own unlinking before the termination does, finds the mark and
+// leaves the links alone.
 struct Running {
   Running(const KRLThread* owner, unsigned long thread_id);
   ~Running();
@@ -38,11 +40,10 @@ struct Running {
   // non-null object is whole and may be read.
   const KRLThread* object;
   unsigned long tid;
-  krl_internal::TerminationToken token;
-  bool ended;  // a terminator sent the signal and unlinked the node
+  bool ended;  // a terminator sent the termination and unlinked the node
   Running* next;
   Running* prev;
-  krl_internal::SignalMask mask;  // the thread's mask on entry
+  krl_internal::TerminationPoint point;
 };
 
 // A leaf lock of its own: KRLThread::_mutex guards only the registry. Never
@@ -56,33 +57,24 @@ KRLMutex& running_mutex() {
 Running* g_running = nullptr;
 
 Running::Running(const KRLThread* owner, unsigned long thread_id)
-    : object(owner),
-      tid(thread_id),
-      token(krl_internal::new_termination_token()),
-      ended(false),
-      next(nullptr),
-      prev(nullptr) {
-  krl_internal::block_termination(&mask);
+    : object(owner), tid(thread_id), ended(false), next(nullptr), prev(nullptr) {
+  krl_internal::termination_begin(&point);
   {
     KRLMutex_var guard(running_mutex(), 1);
     next = g_running;
     if (next != nullptr) next->prev = this;
     g_running = this;
   }
-  // Unblocked even if the thread was made with the signal blocked; a body
-  // that blocks it again cannot be ended while it stays blocked.
-  krl_internal::accept_termination(token);
+  krl_internal::termination_accept(&point);
 }
 
 Running::~Running() {
-  krl_internal::refuse_termination();
+  krl_internal::termination_refuse(&point);
   {
     KRLMutex_var guard(running_mutex(), 1);
     if (!ended) unlink();
   }
-  // A termination sent while the signal was blocked is dropped here: the
-  // token no longer matches.
-  krl_internal::restore_signal_mask(mask);
+  krl_internal::termination_end(&point);
 }
 
 // Caller holds running_mutex().
@@ -92,11 +84,11 @@ void Running::unlink() {
   if (g_running == this) g_running = next;
 }
 
-// Ends run r of another thread: queues the signal, then unlinks r and marks
-// it ended. If nothing could be sent, r stays and its thread runs on. Caller
+// Ends run r of another thread: sends the termination, then unlinks r and
+// marks it ended. If nothing could be sent, r stays and its thread runs on. Caller
 // holds running_mutex().
 void end_other(Running* r) {
-  if (krl_internal::send_termination(r->tid, r->token)) {
+  if (krl_internal::termination_send(&r->point)) {
     r->unlink();
     r->ended = true;
   }
@@ -118,7 +110,7 @@ void forget_object(const KRLThread* object) {
 }
 
 unsigned long load_tid(const KRLThreadId& id) {
-  return __atomic_load_n(&id._tid, __ATOMIC_RELAXED);
+  return krl_internal::atomic_load(&id._tid, krl_internal::MemoryOrder::kRelaxed);
 }
 
 }  // namespace
@@ -147,7 +139,7 @@ void KRLThread::run() {
 void* KRLThread::_start(void* arg) {
   KRLThread* self = static_cast<KRLThread*>(arg);
   const unsigned long tid = krl_internal::current_thread_id();
-  __atomic_store_n(&self->_id._tid, tid, __ATOMIC_RELAXED);
+  krl_internal::atomic_store(&self->_id._tid, tid, krl_internal::MemoryOrder::kRelaxed);
   Running running(self, tid);
   try {
     self->body();
@@ -157,7 +149,7 @@ void* KRLThread::_start(void* arg) {
   } catch (CORBA_Exception& e) {
     std::cout << "KRLThread::_start: unhandled exception in thread" << std::endl;
     std::cout << e << std::endl;
-    // No debugger is assumed here: the break point is nothing.
+    krl_internal::debug_break();
   }
   return nullptr;
 }

@@ -2,8 +2,11 @@
 
 #include <atomic>
 #include <memory>
+#include <new>
 
+#include "krlport/platform/atomic.h"
 #include "krlport/platform/thread.h"
+#include "krlport/platform/tls.h"
 
 unsigned long KRLThreadLocal::_cnt = 1;
 KRLThreadLocal::KeyDict* KRLThreadLocal::_key_dict = nullptr;
@@ -21,13 +24,6 @@ struct ThreadSlots : KRLThreadLocal::ThreadDict {
 };
 
 std::atomic<unsigned long long> g_next_incarnation{1};
-__thread unsigned long long t_incarnation __attribute__((tls_model("initial-exec"))) = 0;
-
-unsigned long long own_incarnation() {
-  if (t_incarnation == 0)
-    t_incarnation = g_next_incarnation.fetch_add(1, std::memory_order_relaxed);
-  return t_incarnation;
-}
 
 // The lock-free answer of instance(). Every unregistration, on any thread,
 // raises g_epoch under _mutex; a thread's cache answers only while its epoch
@@ -46,15 +42,41 @@ struct Cache {
 };
 
 std::atomic<unsigned long long> g_epoch{1};
-__thread Cache t_cache __attribute__((tls_model("initial-exec")));
+
+// What a thread keeps of its own: its incarnation (0 until it registers an
+// object) and its cache.
+struct PerThread {
+  unsigned long long incarnation;
+  Cache cache;
+};
+
+// Null only where per-thread memory could not be had; such a thread has no
+// incarnation, registers nothing and caches nothing.
+PerThread* per_thread() { return krl_internal::ThreadSlot<PerThread>::get(); }
+
+unsigned long long current_incarnation() {
+  const PerThread* t = per_thread();
+  return t != nullptr ? t->incarnation : 0;
+}
+
+// The calling thread's incarnation, drawn at its first registration.
+unsigned long long own_incarnation() {
+  PerThread* t = per_thread();
+  if (t == nullptr) throw std::bad_alloc();
+  if (t->incarnation == 0)
+    t->incarnation = g_next_incarnation.fetch_add(1, std::memory_order_relaxed);
+  return t->incarnation;
+}
 
 // Call with _mutex held.
 void invalidate_caches() { g_epoch.fetch_add(1, std::memory_order_release); }
 
 // Call with _mutex held, after a hit.
 void remember(unsigned long tid, unsigned long key, KRLThreadLocal* object) {
+  PerThread* t = per_thread();
+  if (t == nullptr) return;
   const unsigned long long epoch = g_epoch.load(std::memory_order_relaxed);
-  Cache& c = t_cache;
+  Cache& c = t->cache;
   if (c.epoch != epoch || c.tid != tid) {
     c = Cache();
     c.epoch = epoch;
@@ -70,7 +92,7 @@ ThreadSlots* own_slots(KRLThreadLocal::KeyDict& outer, const KRLThreadId& me) {
   KRLThreadLocal::ThreadDict* inner = nullptr;
   if (!outer.lookup(me, inner)) return nullptr;
   ThreadSlots* slots = slots_of(inner);
-  return slots->owner == t_incarnation ? slots : nullptr;
+  return slots->owner == current_incarnation() ? slots : nullptr;
 }
 
 // Drops the entry of a thread that ended without _exit_thread from under the
@@ -78,7 +100,7 @@ ThreadSlots* own_slots(KRLThreadLocal::KeyDict& outer, const KRLThreadId& me) {
 // destructors find nothing of theirs and change nothing. With _mutex held.
 void retire_stale(KRLThreadLocal::KeyDict& outer, const KRLThreadId& me) {
   KRLThreadLocal::ThreadDict* inner = nullptr;
-  if (!outer.lookup(me, inner) || slots_of(inner)->owner == t_incarnation) return;
+  if (!outer.lookup(me, inner) || slots_of(inner)->owner == current_incarnation()) return;
   outer.extract(me, inner);
   delete slots_of(inner);
 }
@@ -90,8 +112,7 @@ namespace krl_internal {
 // For tests: the calling thread becomes what a new thread that was given
 // this id would be.
 void forget_thread_incarnation() {
-  t_incarnation = 0;
-  t_cache = Cache();
+  if (PerThread* t = per_thread()) *t = PerThread();
 }
 
 }  // namespace krl_internal
@@ -102,21 +123,23 @@ unsigned long KRLThreadLocal::get_unique_id() {
 }
 
 KRLThreadLocal::KeyDict& KRLThreadLocal::_dict_instance() {
-  KeyDict* dict = __atomic_load_n(&_key_dict, __ATOMIC_ACQUIRE);
+  KeyDict* dict = krl_internal::atomic_load(&_key_dict, krl_internal::MemoryOrder::kAcquire);
   if (dict != nullptr) return *dict;
   KRLMutex_var guard(_mutex, 1);
-  if (_key_dict == nullptr) __atomic_store_n(&_key_dict, new KeyDict, __ATOMIC_RELEASE);
+  if (_key_dict == nullptr) {
+    krl_internal::atomic_store(&_key_dict, new KeyDict, krl_internal::MemoryOrder::kRelease);
+  }
   return *_key_dict;
 }
 
 KRLThreadLocal::KRLThreadLocal(unsigned long key) : _key(key) {
   KRLMutex_var guard(_mutex, 1);
   KeyDict& outer = _dict_instance();
-  own_incarnation();
+  const unsigned long long incarnation = own_incarnation();
   retire_stale(outer, _thread);
   ThreadSlots* slots = own_slots(outer, _thread);
   if (slots == nullptr) {
-    slots = new ThreadSlots(t_incarnation);
+    slots = new ThreadSlots(incarnation);
     try {
       slots->insert(KRLUniqueId(key), this);
       outer.insert(_thread, slots);
@@ -149,11 +172,13 @@ KRLThreadLocal::~KRLThreadLocal() {
 void KRLThreadLocal::finalize() { delete this; }
 
 KRLThreadLocal* KRLThreadLocal::instance(unsigned long key) {
-  const Cache& c = t_cache;
-  const CacheEntry& e = c.entries[key % kCacheEntries];
-  if (c.epoch == g_epoch.load(std::memory_order_acquire) &&
-      c.tid == krl_internal::current_thread_id() && e.key == key && e.object != nullptr) {
-    return e.object;
+  if (const PerThread* t = per_thread()) {
+    const Cache& c = t->cache;
+    const CacheEntry& e = c.entries[key % kCacheEntries];
+    if (c.epoch == g_epoch.load(std::memory_order_acquire) &&
+        c.tid == krl_internal::current_thread_id() && e.key == key && e.object != nullptr) {
+      return e.object;
+    }
   }
   const KRLThreadId me;
   KeyDict& outer = _dict_instance();
@@ -173,7 +198,7 @@ void KRLThreadLocal::_exit_thread(void*) {
   invalidate_caches();
   std::unique_ptr<ThreadSlots> slots(slots_of(inner));
   // A dead thread's objects under our id are not ours to finalise.
-  if (slots->owner != t_incarnation) return;
+  if (slots->owner != current_incarnation()) return;
   // finalize() may delete the object; its destructor finds no entry for this
   // thread any more and leaves the dictionary alone.
   KRLDictionaryIterator<KRLUniqueId, KRLThreadLocal*> it(slots.get());
