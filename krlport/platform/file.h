@@ -59,6 +59,15 @@ std::FILE* open_for_append(const char* path);
 // The descriptor under stream (_fileno), or -1.
 int stream_descriptor(std::FILE* stream);
 
+// True when the path names anything, a directory included.
+bool path_exists(const char* path);
+
+// Looks for name in the current directory, then in each entry of PATH
+// (_searchenv; Linux splits PATH at ':'). Writes the full path of the first
+// file found to out (no size is known; kPathBufferSize bytes are assumed) or
+// an empty string. Returns !out.empty().
+bool search_path(const char* name, char* out);
+
 // The current drive, 1 for A: (_getdrive); 0 where the system has no drives.
 int current_drive();
 

@@ -5,8 +5,11 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <string>
+#include <vector>
 
 namespace krl_internal {
 
@@ -21,6 +24,23 @@ namespace {
 void fill_status(const struct stat& st, FileStatus& out) {
   out.size = static_cast<std::uint64_t>(st.st_size);
   out.regular = S_ISREG(st.st_mode);
+}
+
+bool is_non_directory(const std::string& path) {
+  struct stat st;
+  return ::stat(path.c_str(), &st) == 0 && !S_ISDIR(st.st_mode);
+}
+
+// Copies candidate to out when it names a file and fits a PATH_MAX buffer.
+bool take_if_file(const std::string& candidate, char* out) {
+  if (candidate.size() >= PATH_MAX || !is_non_directory(candidate)) return false;
+  std::memcpy(out, candidate.c_str(), candidate.size() + 1);
+  return true;
+}
+
+std::string current_directory() {
+  std::vector<char> buf(PATH_MAX);
+  return ::getcwd(buf.data(), buf.size()) != nullptr ? std::string(buf.data()) : std::string();
 }
 
 }  // namespace
@@ -68,6 +88,29 @@ void local_time_text(std::int64_t seconds, char* out, std::size_t size) {
   text[24] = '\0';  // the newline, or a year past 9999 cut
   std::strncpy(out, text, size - 1);
   out[size - 1] = '\0';
+}
+
+bool path_exists(const char* path) {
+  struct stat st;
+  return path != nullptr && ::stat(path, &st) == 0;
+}
+
+bool search_path(const char* name, char* out) {
+  out[0] = '\0';
+  if (name == nullptr || name[0] == '\0') return false;
+  if (name[0] == '/') return take_if_file(name, out);
+  const std::string cwd = current_directory();
+  if (!cwd.empty() && take_if_file(cwd + "/" + name, out)) return true;
+  const char* path = std::getenv("PATH");
+  if (path == nullptr) return false;
+  for (const char* p = path;;) {
+    const char* colon = std::strchr(p, ':');
+    const std::string dir(p,
+                          colon != nullptr ? static_cast<std::size_t>(colon - p) : std::strlen(p));
+    if (!dir.empty() && take_if_file(dir + "/" + name, out)) return true;
+    if (colon == nullptr) return false;
+    p = colon + 1;
+  }
 }
 
 }  // namespace krl_internal

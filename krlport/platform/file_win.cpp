@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <stdlib.h>
+
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -72,6 +74,18 @@ void local_time_text(std::int64_t seconds, char* out, std::size_t size) {
   text[24] = '\0';  // the newline
   std::strncpy(out, text, size - 1);
   out[size - 1] = '\0';
+}
+
+bool path_exists(const char* path) {
+  struct _stat64 st;
+  return path != nullptr && ::_stat64(path, &st) == 0;
+}
+
+bool search_path(const char* name, char* out) {
+  out[0] = '\0';
+  if (name == nullptr || name[0] == '\0') return false;
+  ::_searchenv(name, "PATH", out);  // the current directory first, then PATH
+  return out[0] != '\0';
 }
 
 }  // namespace krl_internal

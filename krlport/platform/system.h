@@ -25,14 +25,6 @@ void set_last_error(unsigned long error);
 // Linux ignores ids that would address a group of processes (0 and below).
 void kill_process(long pid);
 
-// True when the path names anything, a directory included.
-bool path_exists(const char* path);
-
-// Looks for name in the current directory, then in each entry of PATH.
-// Writes the full path of the first regular file found to out (no size is
-// known; PATH_MAX bytes are assumed) or an empty string. Returns !out.empty().
-bool search_path(const char* name, char* out);
-
 // Case-insensitive order of two texts in the C locale (_stricmp, strcasecmp).
 int compare_ignoring_case(const char* a, const char* b);
 

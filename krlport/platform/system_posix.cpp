@@ -2,7 +2,6 @@
 #include <pwd.h>
 #include <signal.h>
 #include <strings.h>
-#include <sys/stat.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -19,23 +18,6 @@
 namespace krl_internal {
 
 namespace {
-
-bool is_non_directory(const std::string& path) {
-  struct stat st;
-  return ::stat(path.c_str(), &st) == 0 && !S_ISDIR(st.st_mode);
-}
-
-// Copies candidate to out when it names a file and fits a PATH_MAX buffer.
-bool take_if_file(const std::string& candidate, char* out) {
-  if (candidate.size() >= PATH_MAX || !is_non_directory(candidate)) return false;
-  std::memcpy(out, candidate.c_str(), candidate.size() + 1);
-  return true;
-}
-
-std::string current_directory() {
-  std::vector<char> buf(PATH_MAX);
-  return ::getcwd(buf.data(), buf.size()) != nullptr ? std::string(buf.data()) : std::string();
-}
 
 // Value of "Key:   1234 kB" lines of /proc/self/status.
 bool parse_status_kib(const std::string& line, const char* key, std::int64_t& out) {
@@ -89,29 +71,6 @@ void kill_process(long pid) {
   // may signal: nothing OpenProcess on a single id could reach.
   if (pid <= 0 || pid != static_cast<long>(static_cast<pid_t>(pid))) return;
   ::kill(static_cast<pid_t>(pid), SIGKILL);
-}
-
-bool path_exists(const char* path) {
-  struct stat st;
-  return path != nullptr && ::stat(path, &st) == 0;
-}
-
-bool search_path(const char* name, char* out) {
-  out[0] = '\0';
-  if (name == nullptr || name[0] == '\0') return false;
-  if (name[0] == '/') return take_if_file(name, out);
-  const std::string cwd = current_directory();
-  if (!cwd.empty() && take_if_file(cwd + "/" + name, out)) return true;
-  const char* path = std::getenv("PATH");
-  if (path == nullptr) return false;
-  for (const char* p = path;;) {
-    const char* colon = std::strchr(p, ':');
-    const std::string dir(p,
-                          colon != nullptr ? static_cast<std::size_t>(colon - p) : std::strlen(p));
-    if (!dir.empty() && take_if_file(dir + "/" + name, out)) return true;
-    if (colon == nullptr) return false;
-    p = colon + 1;
-  }
 }
 
 int compare_ignoring_case(const char* a, const char* b) { return ::strcasecmp(a, b); }

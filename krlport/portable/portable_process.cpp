@@ -7,6 +7,7 @@
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/frame/corba.h"
 #include "krlport/platform/socket.h"
+#include "krlport/platform/file.h"
 #include "krlport/platform/system.h"
 #include "krlport/portable/base_util.h"
 #include "krlport/portable/portable.h"
