@@ -70,8 +70,9 @@ function(krl_test)
   target_link_libraries(${T_NAME} PRIVATE GTest::gtest GTest::gtest_main Threads::Threads ${T_LIBS})
   target_compile_options(${T_NAME} PRIVATE ${KRL_WARNINGS})
   if(CMAKE_CROSSCOMPILING)
-    # Listed when ctest runs, through the emulator, not while building.
-    gtest_discover_tests(${T_NAME} DISCOVERY_TIMEOUT 60 DISCOVERY_MODE PRE_TEST
+    # Listed when ctest runs, through the emulator, not while building. The
+    # first listing makes the Wine prefix (10-30 s, longer on a busy machine).
+    gtest_discover_tests(${T_NAME} DISCOVERY_TIMEOUT 300 DISCOVERY_MODE PRE_TEST
       PROPERTIES LABELS "${T_LABELS}")
   else()
     gtest_discover_tests(${T_NAME} DISCOVERY_TIMEOUT 60 PROPERTIES LABELS "${T_LABELS}")

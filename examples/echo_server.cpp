@@ -15,12 +15,6 @@
 //
 // Exits with 0 when every check passed, 1 otherwise; it ends by itself
 // within a few seconds. It links the shared library only.
-#include <fcntl.h>
-#include <sys/socket.h>
-#include <sys/time.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -37,10 +31,12 @@
 
 #include <krlport/krlport.h>
 
+#include "example_sockets.h"
+
 namespace {
 
 const unsigned long long kConnectTimeoutMs = 2000;
-const long kSocketTimeoutS = 3;                // a peer that stops talking ends its connection
+const int kSocketTimeoutS = 3;                 // a peer that stops talking ends its connection
 const unsigned long long kRunLimitMs = 10000;  // the whole run, by a wide margin
 
 // --- Threads the host can wait for ---
@@ -112,9 +108,7 @@ class SocketBuf : public std::streambuf {
 
  protected:
   int_type underflow() override {
-    ssize_t n;
-    do n = ::recv(_fd, _in, sizeof _in, 0);
-    while (n < 0 && errno == EINTR);
+    const long n = example::receive_some(_fd, _in, sizeof _in);
     if (n <= 0) return traits_type::eof();
     setg(_in, _in, _in + n);
     return traits_type::to_int_type(*gptr());
@@ -132,8 +126,7 @@ class SocketBuf : public std::streambuf {
  private:
   int flush() {
     for (const char* p = pbase(); p < pptr();) {
-      const ssize_t n = ::send(_fd, p, static_cast<size_t>(pptr() - p), MSG_NOSIGNAL);
-      if (n < 0 && errno == EINTR) continue;
+      const long n = example::send_some(_fd, p, static_cast<std::size_t>(pptr() - p));
       if (n <= 0) return -1;
       p += n;
     }
@@ -147,13 +140,7 @@ class SocketBuf : public std::streambuf {
 };
 
 // Blocking, with a time-out on every send and receive.
-void set_socket_timeouts(int fd) {
-  const int flags = ::fcntl(fd, F_GETFL);
-  if (flags >= 0) ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);  // tcpConnect's is non-blocking
-  timeval tv{kSocketTimeoutS, 0};
-  ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-  ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
-}
+void set_socket_timeouts(int fd) { example::make_blocking(fd, kSocketTimeoutS); }
 
 // One connection's frames. The typed text has no frame of its own, and a
 // string read from it looks one character ahead, which on a socket would wait
@@ -206,7 +193,7 @@ class Server {
         _accepting(true),
         _ended(kWorkers + 1) {}
   ~Server() {
-    for (int fd : _queue) ::close(fd);
+    for (int fd : _queue) example::close_socket(fd);
   }
 
   unsigned short port() const { return _port; }
@@ -283,7 +270,7 @@ void Server::accept_loop() {
     _work.signal();
     if (_stopping) break;
   }
-  ::close(_listener);
+  example::close_socket(_listener);
   KRLMutex_var guard(_mutex, 1);
   _accepting = false;
   _work.broadcast();  // parked workers see that no more work comes
@@ -305,7 +292,7 @@ void Server::work_loop() {
     } catch (const CORBA_Exception& e) {  // a malformed request: drop the connection
       std::printf("worker: connection dropped on %s\n", e._name());
     }
-    ::close(fd);
+    example::close_socket(fd);
   }
 }
 
@@ -358,7 +345,7 @@ void Server::stop() {
   }
   // The acceptor sits in accept: one more connection gets it out.
   try {
-    ::close(KRLPortable::tcpConnect("127.0.0.1", _port, kConnectTimeoutMs, nullptr));
+    example::close_socket(KRLPortable::tcpConnect("127.0.0.1", _port, kConnectTimeoutMs, nullptr));
   } catch (const CORBA_SystemException& e) {
     std::printf("stop: the wake-up connection failed: %s\n", e._name());
   }
@@ -376,7 +363,7 @@ int connect_to(unsigned short port) {
 class Connection {
  public:
   explicit Connection(unsigned short port) : _fd(connect_to(port)), _channel(_fd) {}
-  ~Connection() { ::close(_fd); }
+  ~Connection() { example::close_socket(_fd); }
 
   // Sends one request and reads the status of its reply; the caller reads
   // the rest from in(). False when the reply did not come.

@@ -1,15 +1,16 @@
 // krlport-tour: a short walk through the library as a host uses it. It links
 // the shared library only, so everything it touches is exported interface.
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdio>
 #include <iostream>
 #include <sstream>
 
 #include <krlport/krlport.h>
+
 #include <krlport/streams/istream.h>
 #include <krlport/streams/ostream.h>
+
+#include "example_sockets.h"
 
 namespace {
 
@@ -129,7 +130,7 @@ class CleanUpWitness : public KRLThreadLocal {
 unsigned short refused_port() {
   const int probe = KRLPortable::createTcpListenerSocket("127.0.0.1", 0, 0);
   const unsigned short port = static_cast<unsigned short>(KRLPortable::saGetPort(probe));
-  ::close(probe);
+  example::close_socket(probe);
   return port;
 }
 
@@ -154,7 +155,7 @@ class Caller : public KRLThread {
     KRLDebugLog::enable(0x20000001);
     const auto start = std::chrono::steady_clock::now();
     try {
-      ::close(KRLPortable::tcpConnect("127.0.0.1", port, 2500, nullptr));
+      example::close_socket(KRLPortable::tcpConnect("127.0.0.1", port, 2500, nullptr));
     } catch (const CORBA_SystemException& e) {
       const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
       std::printf(

@@ -88,6 +88,12 @@ TEST(DebugLoggerRollOver, EveryFiveHundredthRecordChecksTheSizeAndOneBackupStays
   write(1000, 1500);
   EXPECT_EQ(heads(slurp(f.file + "o")), 500);  // 1000 to 1499: the first backup was replaced
   EXPECT_EQ(slurp(f.file).find("\n#1500\n"), slurp(f.file).find('\n'));
+
+  // 4 GiB in KiB: where unsigned long is 32 bits the limit must not wrap
+  // round to 0, which would roll a small file over.
+  f.log.set_max_size(0x400000);
+  write(1501, 2000);
+  EXPECT_EQ(heads(slurp(f.file)), 501);  // #1500 to #2000
 }
 
 TEST(DebugLoggerThreads, ConcurrentRecordsComeOutWholeAcrossARollOver) {

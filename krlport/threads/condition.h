@@ -17,7 +17,10 @@
 /// woken; wait with a limit throws CORBA_TIMEOUT on a time-out. Limits run on
 /// the monotonic clock.
 ///
-/// Linux has no thread message queue: the _all forms behave as the plain ones.
+/// The _all forms also receive the calling thread's window messages while
+/// they wait and dispatch them, with neither `m` nor the condition's own lock
+/// held; each batch of messages starts the full limit again. Where threads
+/// have no message queue (Linux) they behave as the plain forms.
 ///
 /// Lock order: the caller's mutex `m`, then `_mutex`. A wait gives `m` up by
 /// exactly one level: a caller that holds it recursively keeps the rest while
@@ -73,7 +76,7 @@ class KRL_EXPORT KRLCondition {
   unsigned char timedwait(KRLMutex& m, unsigned long long ms);  ///< 1: timed out
   ///@}
 
-  /// As wait(m): Linux has no thread message queue to serve meanwhile.
+  /// As wait(m), dispatching the thread's window messages meanwhile.
   void wait_all(KRLMutex& m);
   /// As wait(m, seconds).
   void wait_all(KRLMutex& m, unsigned long seconds);

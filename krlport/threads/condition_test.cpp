@@ -1,8 +1,12 @@
 #include "krlport/threads/condition.h"
 
-#include <time.h>
-
 #include <gtest/gtest.h>
+
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <time.h>
+#endif
 
 #include <algorithm>
 #include <atomic>
@@ -65,6 +69,10 @@ TEST(KRLConditionTest, SignalOrderArrayGrowthAndGuardForms) {
   for (std::thread& t : threads) t.join();  // all woken
 }
 
+// 1 while some thread holds m.
+int lock_word(KRLMutex& m) { return krl_internal::lock_held(krl_internal::lock_of(m)) ? 1 : 0; }
+
+#ifndef _WIN32  // the futex sleep can be replaced there only
 // Sleeps record their limit (in ms, rounded up) and end at once: with a
 // time-out when there is a deadline, failing with EINVAL when there is none.
 constexpr long long kNoSleep = -1000;
@@ -82,9 +90,7 @@ int recording_sleep(std::atomic<std::uint32_t>*, std::uint32_t,
   errno = deadline == nullptr ? EINVAL : ETIMEDOUT;
   return -1;
 }
-
-// 1 while some thread holds m.
-int lock_word(KRLMutex& m) { return krl_internal::lock_held(krl_internal::lock_of(m)) ? 1 : 0; }
+#endif
 
 TEST(KRLConditionTest, TimeLimits) {
   KRLMutex m;
@@ -97,6 +103,7 @@ TEST(KRLConditionTest, TimeLimits) {
   EXPECT_TRUE(waited >= 1090ms && waited < 10s);
   m.unlock();  // aborts unless the waits held m again
 
+#ifndef _WIN32
   // The 32-bit rules, through the sleep they reach.
   krl_internal::set_event_sleep_call(&recording_sleep);
   const struct {
@@ -130,6 +137,7 @@ TEST(KRLConditionTest, TimeLimits) {
   EXPECT_EQ(lock_word(m), 0);
   EXPECT_EQ(lock_word(krl_internal::condition_mutex(c)), 0);
   EXPECT_EQ(condition_waiters(c), 0u);
+#endif
 }
 
 // Every item is delivered exactly once.
@@ -166,6 +174,7 @@ TEST(KRLConditionTest, BoundedQueueDeliversEveryItemOnce) {
   EXPECT_EQ(std::count(delivered.begin(), delivered.end(), 1), kThreads * kItems);
 }
 
+#ifndef _WIN32
 // A failed sleep under the caller's armed guard: the exception leaves the
 // wait with m not held, and the guard's unlock on the way out is harmless.
 int failing_sleep(std::atomic<std::uint32_t>*, std::uint32_t, const krl_internal::EventDeadline*) {
@@ -191,6 +200,7 @@ TEST(KRLConditionTest, FailedWaitUnderAnArmedGuardReachesTheCaller) {
   EXPECT_EQ(lock_word(m), 0);
   EXPECT_EQ(condition_waiters(c), 0u);
 }
+#endif
 
 // A woken waiter destroys the condition and the mutex at once, while its
 // waker may still be inside signal or broadcast. The objects are on the heap,
@@ -212,6 +222,7 @@ void wait_and_destroy(Shared* s, std::atomic<int>& registered, unsigned long lon
   if (last) delete s;
 }
 
+#ifndef _WIN32
 // The sleep of a timed wait runs out while a signal is taking the entry: the
 // waiter finds it gone, and its waker sets the event only after that.
 std::atomic<KRLCondition*> g_taken_from{nullptr};
@@ -223,6 +234,7 @@ int times_out_while_taken(std::atomic<std::uint32_t>* word, std::uint32_t expect
   errno = ETIMEDOUT;
   return -1;
 }
+#endif
 
 TEST(KRLConditionTest, WokenWaiterMayDestroyTheConditionAtOnce) {
   for (int round = 0; round < 2000; ++round) {
@@ -246,6 +258,7 @@ TEST(KRLConditionTest, WokenWaiterMayDestroyTheConditionAtOnce) {
     a.join();
     b.join();
   }
+#ifndef _WIN32
   // A waiter whose time ran out as a signal took its entry keeps its event
   // until the waker has set it, and may then destroy the condition too.
   krl_internal::set_event_sleep_call(&times_out_while_taken);
@@ -263,6 +276,57 @@ TEST(KRLConditionTest, WokenWaiterMayDestroyTheConditionAtOnce) {
     a.join();
   }
   krl_internal::set_event_sleep_call(nullptr);
+#endif
 }
+
+#ifdef _WIN32
+// A message posted to a thread in wait_all is dispatched on that thread while
+// it waits, with m given up, and a signal still ends the wait.
+struct Pumped {
+  KRLMutex m;
+  KRLCondition c;
+  std::atomic<DWORD> dispatched_on{0};
+  std::atomic<bool> m_free_then{false};
+};
+Pumped* g_pumped = nullptr;
+
+LRESULT CALLBACK note_dispatch(HWND w, UINT msg, WPARAM wp, LPARAM lp) {
+  if (msg != WM_APP) return DefWindowProcA(w, msg, wp, lp);
+  g_pumped->m_free_then = lock_word(g_pumped->m) == 0;
+  g_pumped->dispatched_on = GetCurrentThreadId();
+  return 0;
+}
+
+TEST(KRLConditionTest, WaitAllDispatchesTheThreadsMessagesUntilSignalled) {
+  Pumped p;
+  g_pumped = &p;
+  WNDCLASSA wc = {};
+  wc.lpfnWndProc = &note_dispatch;
+  wc.hInstance = GetModuleHandleA(nullptr);
+  wc.lpszClassName = "krl_condition_test";
+  ASSERT_NE(RegisterClassA(&wc), 0);
+  HWND w = CreateWindowExA(0, wc.lpszClassName, "", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
+                           wc.hInstance, nullptr);
+  ASSERT_NE(w, nullptr);
+  std::thread poster([&] {
+    await([&] { return condition_waiters(p.c) == 1; });
+    PostMessageA(w, WM_APP, 0, 0);
+    await([&] { return p.dispatched_on != 0; });
+    p.c.signal();
+  });
+  {
+    KRLMutex_var g(p.m, 1);
+    p.c.wait_all(p.m);
+    EXPECT_EQ(lock_word(p.m), 1);
+  }
+  poster.join();
+  EXPECT_EQ(p.dispatched_on, GetCurrentThreadId());
+  EXPECT_TRUE(p.m_free_then);
+  KRLMutex_var g(p.m, 1);
+  EXPECT_EQ(p.c.timedwait_all(p.m, 10ull), 1);
+  DestroyWindow(w);
+  UnregisterClassA(wc.lpszClassName, wc.hInstance);
+}
+#endif
 
 }  // namespace

@@ -71,8 +71,8 @@ class KRL_EXPORT KRLMutex final : public KRLIMutex {
   void v_unlock() override;
 
   /// Called by the host before unload. Sets the shutdown flag on systems
-  /// whose version is 95 or 98, which this library never runs on here, so on
-  /// Linux it changes nothing. Locks stay usable after it either way.
+  /// whose version is 95 or 98, which this library never runs on, so in
+  /// practice it changes nothing. Locks stay usable after it either way.
   static void shutdown();
 
  private:

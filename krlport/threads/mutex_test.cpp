@@ -82,7 +82,7 @@ TEST(KRLIMutexTest, CounterLosesNoIncrementUnderAGuard) {
   expect_no_lost_increment<KRLRSpinMutex>();
 }
 
-TEST(KRLMutexShutdownTest, LinuxNeverSetsTheFlag) {
+TEST(KRLMutexShutdownTest, NoSystemWeRunOnSetsTheFlag) {
   KRLMutex::shutdown();
   EXPECT_EQ(krl_internal::mutex_shutdown_flag(), 0);
 }

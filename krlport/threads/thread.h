@@ -49,8 +49,9 @@ class KRL_EXPORT KRLThread {
   /// Unsafe, as TerminateThread is: the thread leaves its stack mapped and
   /// every lock it held held. The object stays in the registry. Does nothing
   /// for an object that was never run or whose thread has ended or not yet
-  /// begun. A body that blocks the termination signal (docs/PLATFORM.md)
-  /// ends only when it unblocks it. On the caller's own run, ends the caller.
+  /// begun. On Linux, a body that blocks the termination signal
+  /// (docs/PLATFORM.md) ends only when it unblocks it. On the caller's own
+  /// run, ends the caller.
   void terminate();
   /// terminate() for every object of the registry; the caller's own run, if
   /// any, ends last.
