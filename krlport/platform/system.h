@@ -8,8 +8,6 @@
 #ifndef KRLPORT_PLATFORM_SYSTEM_H_
 #define KRLPORT_PLATFORM_SYSTEM_H_
 
-#include <netdb.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -63,13 +61,6 @@ bool current_user_name(std::string& out);
 // The domain of the account user (Windows: LookupAccountNameA). False when the
 // look-up fails, always on Linux, whose accounts have no domain.
 bool account_domain(const char* user, std::string& domain);
-
-// Reentrant resolver calls. entry and data (of size bytes) receive the result,
-// which is entry or null; on null, error gets the resolver's h_errno.
-hostent* lookup_host_by_name(const char* name, hostent* entry, char* data, std::size_t size,
-                             int& error);
-hostent* lookup_host_by_address(const void* addr, int len, int type, hostent* entry, char* data,
-                                std::size_t size, int& error);
 
 }  // namespace krl_internal
 

@@ -181,28 +181,4 @@ bool current_user_name(std::string& out) {
 
 bool account_domain(const char*, std::string&) { return false; }
 
-hostent* lookup_host_by_name(const char* name, hostent* entry, char* data, std::size_t size,
-                             int& error) {
-  hostent* result = nullptr;
-  int herr = 0;
-  if (::gethostbyname_r(name, entry, data, size, &result, &herr) != 0 || result == nullptr) {
-    error = herr;
-    return nullptr;
-  }
-  return result;
-}
-
-hostent* lookup_host_by_address(const void* addr, int len, int type, hostent* entry, char* data,
-                                std::size_t size, int& error) {
-  hostent* result = nullptr;
-  int herr = 0;
-  if (::gethostbyaddr_r(addr, static_cast<socklen_t>(len), type, entry, data, size, &result,
-                        &herr) != 0 ||
-      result == nullptr) {
-    error = herr;
-    return nullptr;
-  }
-  return result;
-}
-
 }  // namespace krl_internal

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "krlport/platform/property.h"
+#include "krlport/platform/resolver.h"
 #include "krlport/platform/system.h"
 #include "krlport/portable/base_util.h"
 
@@ -100,16 +101,16 @@ hostent* BaseUtil::vgethostbyname_r(const char* name, vhostname* work) {
     return nullptr;
   }
   int error = 0;
-  hostent* h = krl_internal::lookup_host_by_name(name, &work->_entry, work->_data,
-                                                 sizeof work->_data, error);
+  hostent* h = static_cast<hostent*>(krl_internal::lookup_host_by_name(
+      name, &work->_entry, work->_data, sizeof work->_data, error));
   if (h == nullptr) work->error = error;
   return h;
 }
 
 hostent* BaseUtil::vgethostbyaddr_r(const char* addr, int len, int type, vhostname* work) {
   int error = 0;
-  hostent* h = krl_internal::lookup_host_by_address(addr, len, type, &work->_entry, work->_data,
-                                                    sizeof work->_data, error);
+  hostent* h = static_cast<hostent*>(krl_internal::lookup_host_by_address(
+      addr, len, type, &work->_entry, work->_data, sizeof work->_data, error));
   if (h == nullptr) work->error = error;
   return h;
 }

@@ -2,11 +2,11 @@
 // address and TCP code.
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include "krlport/exceptions/system_exception.h"
+#include "krlport/platform/socket.h"
 #include "krlport/portable/base_util.h"
 #include "krlport/portable/net_internal.h"
 #include "krlport/portable/portable.h"
@@ -28,7 +28,7 @@ void format_reason(char (&out)[kReasonSize], const char* before, const char* nam
 
 void throw_socket_error(int error) {
   const unsigned long minor = static_cast<unsigned long>(error);
-  if (error == EMFILE) throw CORBA_NO_RESOURCES(minor, CORBA::COMPLETED_NO);
+  if (error == kSocketNoDescriptor) throw CORBA_NO_RESOURCES(minor, CORBA::COMPLETED_NO);
   throw CORBA_COMM_FAILURE(minor, CORBA::COMPLETED_NO);
 }
 

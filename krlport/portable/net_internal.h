@@ -4,11 +4,11 @@
 #ifndef KRLPORT_PORTABLE_NET_INTERNAL_H_
 #define KRLPORT_PORTABLE_NET_INTERNAL_H_
 
-#include <sys/socket.h>
-
 #include <cstddef>
 
 #include "krlport/portable/host_records.h"
+
+struct sockaddr;
 
 namespace krl_internal {
 
@@ -20,8 +20,8 @@ constexpr std::size_t kReasonSize = 256;
 void format_reason(char (&out)[kReasonSize], const char* before, const char* name,
                    const char* after);
 
-// Throws CORBA_NO_RESOURCES for EMFILE, else CORBA_COMM_FAILURE; minor
-// error, COMPLETED_NO.
+// Throws CORBA_NO_RESOURCES for the socket error "no descriptor free"
+// (EMFILE, WSAEMFILE), else CORBA_COMM_FAILURE; minor error, COMPLETED_NO.
 [[noreturn]] void throw_socket_error(int error);
 
 // CORBA_BAD_PARAM, minor 8, COMPLETED_NO, reason "Could not map <host> into

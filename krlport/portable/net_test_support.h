@@ -2,26 +2,61 @@
 #ifndef KRLPORT_PORTABLE_NET_TEST_SUPPORT_H_
 #define KRLPORT_PORTABLE_NET_TEST_SUPPORT_H_
 
+#ifdef _WIN32
+#include <winsock2.h>  // and windows.h
+#else
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/select.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#endif
 
 #include <optional>
 #include <vector>
 
 #include "krlport/exceptions/system_exception.h"
+#include "krlport/portable/portable.h"
 
 namespace krl_test {
 
-// Open descriptors, not counting the one that reads them.
+// The host's duty, done once for each test program before its tests run.
+inline const bool kSocketsStarted = (KRLPortable::win_startup(), true);
+
+// Open descriptors, not counting the one that reads them: the entries of
+// /proc/self/fd on Linux; on Windows the process's handles, a socket being
+// one. Wine answers GetProcessHandleCount with 0 whatever is open, so the
+// counts compare equal there and check nothing.
 inline int open_fds() {
+#ifdef _WIN32
+  DWORD n = 0;
+  ::GetProcessHandleCount(::GetCurrentProcess(), &n);
+  return static_cast<int>(n);
+#else
   DIR* d = ::opendir("/proc/self/fd");
   int n = -3;  // ".", ".." and the directory's own descriptor
   while (::readdir(d) != nullptr) ++n;
   ::closedir(d);
   return n;
+#endif
+}
+
+// What select reports readable within a second among a and b: bit 0 for a,
+// bit 1 for b.
+inline int readable(int a, int b) {
+  fd_set set;
+  FD_ZERO(&set);
+#ifdef _WIN32
+  const SOCKET sa = static_cast<SOCKET>(a), sb = static_cast<SOCKET>(b);
+#else
+  const int sa = a, sb = b;
+#endif
+  FD_SET(sa, &set);
+  FD_SET(sb, &set);
+  timeval limit{1, 0};
+  if (::select((a > b ? a : b) + 1, &set, nullptr, nullptr, &limit) <= 0) return 0;
+  return (FD_ISSET(sa, &set) ? 1 : 0) | (FD_ISSET(sb, &set) ? 2 : 0);
 }
 
 // What f threw as an E, or nothing.
@@ -40,6 +75,7 @@ inline unsigned long stored(unsigned long minor) {
   return CORBA_COMM_FAILURE(minor, CORBA::COMPLETED_NO).minor();
 }
 
+#ifndef _WIN32
 // Lowers the descriptor limit to 64 and fills the table; returns what it opened.
 inline std::vector<int> fill_descriptor_table() {
   rlimit limit;
@@ -61,6 +97,7 @@ int in_child_without_descriptors(F&& body) {
   ::waitpid(pid, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
+#endif
 
 }  // namespace krl_test
 

@@ -2,13 +2,10 @@
 // through this host's loopback address.
 #include "krlport/portable/pipe.h"
 
-#include <arpa/inet.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <cstring>
 
 #include "krlport/exceptions/system_exception.h"
+#include "krlport/platform/socket.h"
 #include "krlport/portable/portable.h"
 
 namespace {
@@ -22,11 +19,10 @@ unsigned short open_side(int& fd) {
   std::memset(&sa, 0, sizeof sa);
   sa.sin_family = AF_INET;
   sa.sin_addr.s_addr = htonl(INADDR_ANY);
-  fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) fail();
-  socklen_t length = sizeof sa;
-  if (::bind(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) < 0 ||
-      ::getsockname(fd, reinterpret_cast<sockaddr*>(&sa), &length) < 0) {
+  if (krl_internal::open_socket(AF_INET, SOCK_DGRAM, 0, fd) != 0) fail();
+  int length = sizeof sa;
+  if (krl_internal::bind_socket(fd, &sa, sizeof sa) != 0 ||
+      krl_internal::socket_name(fd, &sa, length) != 0) {
     fail();
   }
   return ntohs(sa.sin_port);
@@ -38,15 +34,15 @@ void connect_to(int fd, unsigned short port) {
   sockaddr_in sa;
   KRLPortable::convert(KRLPortable::host_name(), port, sa);
   sa.sin_family = AF_INET;
-  if (::connect(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) < 0) fail();
+  if (krl_internal::connect_socket(fd, &sa, sizeof sa) != 0) fail();
 }
 
 // Closes both descriptors unless the constructor got through.
 struct CloseOnFailure {
   ~CloseOnFailure() {
     if (armed) {
-      if (reader >= 0) ::close(reader);
-      if (writer >= 0) ::close(writer);
+      if (reader >= 0) krl_internal::close_socket(reader);
+      if (writer >= 0) krl_internal::close_socket(writer);
     }
   }
   int& reader;
@@ -66,22 +62,22 @@ KRLPipe::KRLPipe() : _reader(-1), _writer(-1) {
 }
 
 KRLPipe::~KRLPipe() {
-  ::close(_reader);
-  ::close(_writer);
+  krl_internal::close_socket(_reader);
+  krl_internal::close_socket(_writer);
 }
 
 unsigned long KRLPipe::write(const char* data, unsigned long length) {
-  return static_cast<unsigned long>(::send(_writer, data, length, 0));
+  return static_cast<unsigned long>(krl_internal::send_bytes(_writer, data, length));
 }
 
 unsigned long KRLPipe::read(char* data, unsigned long length) {
-  return static_cast<unsigned long>(::recv(_reader, data, length, 0));
+  return static_cast<unsigned long>(krl_internal::receive_bytes(_reader, data, length));
 }
 
 unsigned long KRLPipe::write_to_writer(const char* data, unsigned long length) {
-  return static_cast<unsigned long>(::send(_reader, data, length, 0));
+  return static_cast<unsigned long>(krl_internal::send_bytes(_reader, data, length));
 }
 
 unsigned long KRLPipe::read_from_writer(char* data, unsigned long length) {
-  return static_cast<unsigned long>(::recv(_writer, data, length, 0));
+  return static_cast<unsigned long>(krl_internal::receive_bytes(_writer, data, length));
 }

@@ -10,9 +10,14 @@
 #ifndef KRLPORT_PORTABLE_PORTABLE_H_
 #define KRLPORT_PORTABLE_PORTABLE_H_
 
+// timeval, sockaddr and sockaddr_in come from the socket library's headers.
+#ifdef _WIN32
+#include <winsock2.h>
+#else
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/time.h>
+#endif
 
 #include "krlport/frame/export.h"
 #include "krlport/portable/host_records.h"
@@ -58,7 +63,7 @@ class KRL_EXPORT KRLPortable {
   /// Ends the process at once. Reports nothing, whether or not the process
   /// existed or could be ended. Ids of 0 and below are ignored.
   static void vkill(long pid);
-  /// The calling thread's last error number (errno).
+  /// The calling thread's last error number (errno; GetLastError on Windows).
   static unsigned long vGetErrorNo();
   /// Text of vGetErrorNo(); the caller frees it with CORBA::string_free.
   static char* _get_error_str();
@@ -74,9 +79,12 @@ class KRL_EXPORT KRLPortable {
   static unsigned long max_fds();
   /// Always false.
   static unsigned char max_fd_reached(int fd);
-  /// The host calls this before it uses any socket operation. Nothing needs
-  /// starting on this system: the first call sets the started flag, later
-  /// calls return at once, and it never throws here. Not for racing threads.
+  /// The host calls this before it uses any socket operation. The first call
+  /// starts the socket library (WSAStartup, version 1.1, on Windows; nothing
+  /// needs starting on Linux) and sets the started flag, whatever the outcome;
+  /// later calls return at once. Throws CORBA_BAD_INV_ORDER (4,
+  /// COMPLETED_MAYBE) when the start-up fails, which it never does on Linux.
+  /// Not for racing threads.
   static void win_startup();
   /// Copies the system version, cut to 16 bits per field, into out. False,
   /// out untouched, when the version can't be read.
@@ -159,10 +167,13 @@ class KRL_EXPORT KRLPortable {
 
   /// @name TCP connections
   ///
-  /// Sockets are plain descriptors and belong to the caller from the moment
-  /// they are returned. Socket errors are thrown as CORBA_NO_RESOURCES for
-  /// EMFILE, else CORBA_COMM_FAILURE, minor the errno value, COMPLETED_NO.
-  /// No lock is held apart from _mutex inside the name look-ups.
+  /// Sockets are plain int descriptors (on Windows the SOCKET's value) and
+  /// belong to the caller from the moment they are returned. Socket errors
+  /// are thrown as CORBA_NO_RESOURCES for "too many open sockets" (EMFILE,
+  /// WSAEMFILE 10024), else CORBA_COMM_FAILURE, minor the system's socket
+  /// error number (errno; WSAGetLastError on Windows, where a refused connect
+  /// is 10061), COMPLETED_NO. No lock is held apart from _mutex inside the
+  /// name look-ups.
   ///@{
 
   /// Connects to host:port (null, empty or this host: 127.0.0.1 first). timeout
@@ -179,7 +190,7 @@ class KRL_EXPORT KRLPortable {
   static int tcpConnect(const char* host, unsigned short port, unsigned long long timeout,
                         const char* bind_address);
   /// One attempt on the open socket fd. On return error is 0 and fd connected,
-  /// or error is the errno value and fd closed and set to -1. Throws
+  /// or error is the socket error number and fd closed and set to -1. Throws
   /// CORBA_TIMEOUT (fd closed, -1) when timeout ran out.
   static void tcpConnect(int& fd, int& error, sockaddr* address, int address_length,
                          unsigned long long timeout);

@@ -1,9 +1,8 @@
 // Reading and filling socket addresses. Only family 2 (AF_INET) is acted on;
 // records of another family are passed over.
-#include <arpa/inet.h>
-
 #include <cstring>
 
+#include "krlport/platform/socket.h"
 #include "krlport/portable/portable.h"
 
 namespace {
@@ -27,8 +26,8 @@ int KRLPortable::saGetPort(sockaddr* sa) {
 int KRLPortable::saGetPort(int fd) {
   sockaddr_in sa;
   std::memset(&sa, 0, sizeof sa);
-  socklen_t length = sizeof sa;
-  if (::getsockname(fd, reinterpret_cast<sockaddr*>(&sa), &length) < 0) return -1;
+  int length = sizeof sa;
+  if (krl_internal::socket_name(fd, &sa, length) != 0) return -1;
   return saGetPort(reinterpret_cast<sockaddr*>(&sa));
 }
 

@@ -5,15 +5,15 @@
 // of inet_ntoa and the look-ups made under it; ip_addr(NULL) takes it again
 // through host_name and ip_addr, convert through is_local. No other lock is
 // taken under it.
-#include <arpa/inet.h>
-#include <unistd.h>
-
 #include <atomic>
+#include <cstdint>
 #include <cstring>
 
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/frame/string_var.h"
 #include "krlport/frame/string_wrapper.h"
+#include "krlport/platform/resolver.h"
+#include "krlport/platform/socket.h"
 #include "krlport/portable/net_internal.h"
 #include "krlport/portable/portable.h"
 
@@ -41,9 +41,14 @@ vhostname g_lookup_work;
 bool is_empty(const char* s) { return s == nullptr || *s == '\0'; }
 
 // True when text is a dotted address; its value (network order) in address.
-bool parse_dotted(const char* text, in_addr_t& address) {
-  address = ::inet_addr(text);
-  return address != INADDR_NONE;
+bool parse_dotted(const char* text, std::uint32_t& address) {
+  return krl_internal::parse_ipv4(text, address);
+}
+
+// A copy of the dotted text of address. Caller holds KRLPortable::_mutex,
+// which guards the socket library's one text buffer.
+char* dotted_copy(const in_addr& address) {
+  return CORBA::string_dup(krl_internal::ipv4_text(address.s_addr));
 }
 
 // The first address of a look-up result if it is an IPv4 one, else null.
@@ -60,7 +65,8 @@ const in_addr* first_address(const hostent* h) {
 hostent* look_up_retrying(const char* name, vhostname& work, unsigned long pause_ms) {
   for (int attempt = 1;; ++attempt) {
     hostent* h = krl_internal::look_up_host(name, &work);
-    if (h != nullptr || work.error != TRY_AGAIN || attempt == kLookupAttempts) return h;
+    if (h != nullptr || work.error != krl_internal::kResolverTryAgain || attempt == kLookupAttempts)
+      return h;
     if (pause_ms != 0) KRLPortable::sleep(pause_ms);
   }
 }
@@ -72,7 +78,8 @@ const char* KRLPortable::host_name() {
   KRLMutex_var guard(_mutex, 1);
   // A first caller that waited here finds the name in place already.
   if (!g_host_name_read.load(std::memory_order_relaxed)) {
-    ::gethostname(g_host_name, sizeof g_host_name);  // a failure leaves the name empty
+    // A failure leaves the name empty.
+    if (!krl_internal::local_host_name(g_host_name, sizeof g_host_name)) g_host_name[0] = '\0';
     g_host_name[sizeof g_host_name - 1] = '\0';
     g_host_name_read.store(true, std::memory_order_release);
   }
@@ -90,11 +97,11 @@ char* KRLPortable::ip_addr(const char* host) {
     }
     return CORBA::string_dup(g_local_address);
   }
-  in_addr_t dotted;
+  std::uint32_t dotted;
   if (parse_dotted(host, dotted)) return CORBA::string_dup(host);  // as given, not normalised
   vhostname work;
   const in_addr* address = first_address(look_up_retrying(host, work, 0));
-  return address != nullptr ? CORBA::string_dup(::inet_ntoa(*address)) : nullptr;
+  return address != nullptr ? dotted_copy(*address) : nullptr;
 }
 
 char* KRLPortable::ipAddr(int, const char* host) { return ip_addr(host); }
@@ -106,7 +113,7 @@ unsigned char KRLPortable::ipAddr(int family, void* out, const char* host) {
   }
   if (family != AF_INET) return 0;
   KRLMutex_var guard(_mutex, 1);
-  in_addr_t dotted;
+  std::uint32_t dotted;
   if (parse_dotted(host, dotted)) {
     std::memcpy(out, &dotted, sizeof dotted);
     return 1;
@@ -126,13 +133,13 @@ unsigned char KRLPortable::ipAddr(void* out, int& length, const char* host) {
 char* KRLPortable::convert(const sockaddr_in& sa, unsigned short& port) {
   KRLMutex_var guard(_mutex, 1);
   port = ntohs(sa.sin_port);
-  return CORBA::string_dup(::inet_ntoa(sa.sin_addr));
+  return dotted_copy(sa.sin_addr);
 }
 
 void KRLPortable::convert(const char* host, unsigned short port, sockaddr_in& sa) {
   KRLMutex_var guard(_mutex, 1);
   std::memset(&sa, 0, sizeof sa);
-  in_addr_t address = htonl(INADDR_ANY);
+  std::uint32_t address = htonl(INADDR_ANY);
   if (!is_empty(host)) {
     const char* text = is_local(host) ? "127.0.0.1" : host;
     if (!parse_dotted(text, address)) {
@@ -147,7 +154,7 @@ void KRLPortable::convert(const char* host, unsigned short port, sockaddr_in& sa
 }
 
 unsigned char KRLPortable::isValidIP(int, const char* text) {
-  in_addr_t address;
+  std::uint32_t address;
   return text != nullptr && parse_dotted(text, address) ? 1 : 0;
 }
 
@@ -174,8 +181,8 @@ char* KRLPortable::peer_addr(int fd, unsigned short& port) {
   if (fd < 0) throw CORBA_BAD_INV_ORDER(4, CORBA::COMPLETED_MAYBE);
   sockaddr_in sa;
   std::memset(&sa, 0, sizeof sa);
-  socklen_t length = sizeof sa;
-  if (::getpeername(fd, reinterpret_cast<sockaddr*>(&sa), &length) < 0) return nullptr;
+  int length = sizeof sa;
+  if (krl_internal::peer_name(fd, &sa, length) != 0) return nullptr;
   return convert(sa, port);
 }
 

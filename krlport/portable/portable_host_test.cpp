@@ -1,11 +1,10 @@
-#include <arpa/inet.h>
-
 #include <cstring>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "krlport/frame/string_var.h"
+#include "krlport/platform/resolver.h"
 #include "krlport/portable/net_internal.h"
 #include "krlport/portable/net_test_support.h"
 #include "krlport/portable/portable.h"
@@ -13,8 +12,8 @@
 namespace {
 
 TEST(PortableAddressTest, TextsNamesAndThisHostOnlyForIPv4) {
-  sockaddr_in6 other{}, before{};  // IPv4 setters leave it alone
-  other.sin6_family = before.sin6_family = AF_INET6;
+  sockaddr_in other{}, before{};  // IPv4 setters leave another family alone
+  other.sin_family = before.sin_family = AF_INET6;
   KRLPortable::saSetLoopback(reinterpret_cast<sockaddr*>(&other));
   KRLPortable::saSetPort(reinterpret_cast<sockaddr*>(&other), 1);
   EXPECT_EQ(std::memcmp(&other, &before, sizeof other), 0);
@@ -24,7 +23,8 @@ TEST(PortableAddressTest, TextsNamesAndThisHostOnlyForIPv4) {
   EXPECT_EQ(KRLPortable::is_local("127.0.0.1") + KRLPortable::is_local(KRLPortable::host_name()),
             2);
   EXPECT_EQ(KRLPortable::is_local("127.1"), 0);
-  in_addr out{0x5a5a5a5a};
+  in_addr out;
+  out.s_addr = 0x5a5a5a5a;
   EXPECT_EQ(KRLPortable::ipAddr(AF_INET, &out, "krl-nowhere.invalid"), 0);
   EXPECT_EQ(out.s_addr, 0x5a5a5a5au);
   sockaddr_in sa;
@@ -35,7 +35,7 @@ TEST(PortableAddressTest, TextsNamesAndThisHostOnlyForIPv4) {
 int g_lookups = 0;
 hostent* try_again(const char*, vhostname* work) {  // for ever
   ++g_lookups;
-  work->error = TRY_AGAIN;
+  work->error = krl_internal::kResolverTryAgain;
   return nullptr;
 }
 

@@ -4,7 +4,9 @@
 #include <iostream>
 #include <string>
 
+#include "krlport/exceptions/system_exception.h"
 #include "krlport/frame/corba.h"
+#include "krlport/platform/socket.h"
 #include "krlport/platform/system.h"
 #include "krlport/portable/base_util.h"
 #include "krlport/portable/portable.h"
@@ -46,9 +48,12 @@ unsigned long KRLPortable::max_fds() { return 1024; }
 unsigned char KRLPortable::max_fd_reached(int) { return 0; }
 
 void KRLPortable::win_startup() {
-  // The socket library needs no start-up here, so there is no failure to
-  // report; the flag only keeps the call's one-way behaviour.
+  if (g_winsock_started.load(std::memory_order_relaxed)) return;
+  const int result = krl_internal::start_sockets();  // never fails on Linux
+  // Set whatever the start-up gave: a second call after a failure returns
+  // quietly.
   g_winsock_started.store(true, std::memory_order_relaxed);
+  if (result != 0) throw CORBA_BAD_INV_ORDER(4, CORBA::COMPLETED_MAYBE);
 }
 
 unsigned char KRLPortable::get_sysversion(KRLSysVersion& out) {

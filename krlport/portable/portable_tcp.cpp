@@ -2,21 +2,18 @@
 // listening over a port range, accepting, and the socket-error rule.
 //
 // No state outside the call and no lock of its own: any number of threads may
-// connect and listen at once. Every socket made here is close-on-exec, and
-// every failure path closes the socket it made before it throws.
-#include <arpa/inet.h>
-#include <poll.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
-
+// connect and listen at once. Every socket made here is close-on-exec on
+// Linux, and every failure path closes the socket it made before it throws.
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
 #include "krlport/exceptions/system_exception.h"
+#include "krlport/platform/resolver.h"
+#include "krlport/platform/socket.h"
 #include "krlport/portable/net_internal.h"
 #include "krlport/portable/portable.h"
 #include "krlport/services/vdlogger.h"
@@ -50,53 +47,35 @@ struct Candidate {
 
 std::atomic<krl_internal::ConnectAttempt> g_connect_attempt{nullptr};
 
-int open_socket(const Candidate& c) {
-  return ::socket(c.family, c.socket_type | SOCK_CLOEXEC, c.protocol);
+// A new socket for c in fd, or -1; the socket error number, 0 on success.
+int open_socket(const Candidate& c, int& fd) {
+  return krl_internal::open_socket(c.family, c.socket_type, c.protocol, fd);
 }
 
 // One debug-log record per failed attempt and per back-off sleep, so that a
 // host can see what a tcpConnect did (KRLDebugLog::enable(kConnectTraceMask)).
 void trace_attempt(const Candidate& c, int error) {
-  char text[INET_ADDRSTRLEN] = "?";
-  ::inet_ntop(AF_INET, &c.address.sin_addr, text, sizeof text);
+  const unsigned char* a = reinterpret_cast<const unsigned char*>(&c.address.sin_addr);
+  char text[32];
+  std::snprintf(text, sizeof text, "%u.%u.%u.%u:%u", a[0], a[1], a[2], a[3],
+                static_cast<unsigned>(ntohs(c.address.sin_port)));
   krl_internal::KRLDebugLogger::instance().begin_record(0, krl_internal::kConnectTraceMask,
                                                         "portable_tcp.cpp", __LINE__)
-      << "connect to " << text << ":" << static_cast<long>(ntohs(c.address.sin_port))
-      << " failed, errno " << static_cast<long>(error) << krl_internal::end_record;
-}
-
-void trace_sleep(unsigned long long milliseconds) {
-  krl_internal::KRLDebugLogger::instance().begin_record(0, krl_internal::kConnectTraceMask,
-                                                        "portable_tcp.cpp", __LINE__)
-      << "back-off sleep of " << static_cast<long>(milliseconds) << " ms"
+      << "connect to " << text << " failed, errno " << static_cast<long>(error)
       << krl_internal::end_record;
 }
 
-void close_socket(int& fd) {
-  ::close(fd);  // not retried on EINTR: the descriptor is gone either way on Linux
-  fd = -1;
+void trace_sleep(unsigned long long milliseconds) {
+  char text[32];  // a long has 32 bits on Windows
+  std::snprintf(text, sizeof text, "%llu", milliseconds);
+  krl_internal::KRLDebugLogger::instance().begin_record(0, krl_internal::kConnectTraceMask,
+                                                        "portable_tcp.cpp", __LINE__)
+      << "back-off sleep of " << text << " ms" << krl_internal::end_record;
 }
 
-// Waits until fd is writable or timeout_ms (negative: no limit) ran out.
-// poll, not select, so that a descriptor at or above FD_SETSIZE is safe.
-// 1 when ready, 0 when the time ran out, -1 with error set on failure.
-int wait_writable(int fd, long long timeout_ms, int& error) {
-  pollfd p{fd, POLLOUT, 0};
-  for (;;) {
-    const int piece =
-        timeout_ms < 0 ? -1 : static_cast<int>(std::min<long long>(timeout_ms, INT_MAX));
-    const int n = ::poll(&p, 1, piece);
-    if (n < 0 && errno == EINTR) continue;  // again with the same time-out
-    if (n < 0) {
-      error = errno;
-      return -1;
-    }
-    if (n == 0 && timeout_ms > piece) {
-      timeout_ms -= piece;
-      continue;
-    }
-    return n;
-  }
+void close_socket(int& fd) {
+  krl_internal::close_socket(fd);
+  fd = -1;
 }
 
 // Closes fd when a throw leaves its scope before release.
@@ -129,13 +108,14 @@ void bind_client(int& fd, const char* bind_address) {
   sockaddr_in sa;
   std::memset(&sa, 0, sizeof sa);
   sa.sin_family = AF_INET;
-  sa.sin_addr.s_addr = ::inet_addr(bind_address);  // a name is not looked up
-  if (sa.sin_addr.s_addr == INADDR_NONE) {
+  std::uint32_t address;
+  if (!krl_internal::parse_ipv4(bind_address, address)) {  // a name is not looked up
     close_socket(fd);
     throw_bind_failure(bind_address, "improper IP address format for IPv4 socket.");
   }
-  if (::bind(fd, reinterpret_cast<sockaddr*>(&sa), sizeof sa) < 0) {
-    const int error = errno;
+  sa.sin_addr.s_addr = address;
+  const int error = krl_internal::bind_socket(fd, &sa, sizeof sa);
+  if (error != 0) {
     close_socket(fd);
     throw_bind_failure(bind_address, std::strerror(error));
   }
@@ -160,30 +140,19 @@ void set_connect_attempt(ConnectAttempt attempt) {
 void KRLPortable::tcpConnect(int& fd, int& error, sockaddr* address, int address_length,
                              unsigned long long timeout) {
   error = 0;
-  if (timeout != 0) {
-    int on = 1;
-    ::ioctl(fd, FIONBIO, &on);
-  }
-  if (::connect(fd, address, static_cast<socklen_t>(address_length)) < 0) error = errno;
-  // EINPROGRESS: a non-blocking connect under way. EINTR: a signal cut a
-  // blocking connect short and the connection goes on, so wait for it (with
-  // no limit when there is no time-out). EAGAIN is not waited for: on a TCP
-  // socket here it means that no local port is free, not a connection under
-  // way.
-  if (error == EINPROGRESS || error == EINTR) {
+  if (timeout != 0) krl_internal::set_nonblocking(fd);  // a failure shows in connect
+  error = krl_internal::connect_socket(fd, address, address_length);
+  // Under way: a non-blocking connect, or on Linux a blocking one that a
+  // signal cut short, which goes on; that one is waited for with no limit
+  // when there is no time-out.
+  if (krl_internal::connect_under_way(error)) {
     const long long wait_ms =
-        error == EINTR && timeout == 0
-            ? -1
-            : static_cast<long long>(std::min<unsigned long long>(timeout, LLONG_MAX));
+        timeout == 0 ? -1
+                     : static_cast<long long>(std::min<unsigned long long>(timeout, LLONG_MAX));
     error = 0;
-    const int ready = wait_writable(fd, wait_ms, error);
-    if (ready == 0) {
+    if (krl_internal::wait_connected(fd, wait_ms, error) == 0) {
       close_socket(fd);
       throw CORBA_TIMEOUT();
-    }
-    if (ready > 0) {
-      socklen_t length = sizeof error;
-      if (::getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &length) < 0) error = ECONNREFUSED;
     }
   }
   if (error != 0) close_socket(fd);
@@ -192,8 +161,8 @@ void KRLPortable::tcpConnect(int& fd, int& error, sockaddr* address, int address
 int KRLPortable::tcpConnect(const char* host, unsigned short port, unsigned long long timeout,
                             const char* bind_address) {
   Candidate target(host, port);
-  int fd = open_socket(target);
-  if (fd < 0) krl_internal::throw_socket_error(errno);
+  int fd = -1;
+  if (const int error = open_socket(target, fd)) krl_internal::throw_socket_error(error);
   // A connection to this host tries the loopback address first. Asked only
   // once the socket exists: this host's address is looked up once for the
   // life of the process, and a look-up made while no descriptor is free
@@ -210,18 +179,19 @@ int KRLPortable::tcpConnect(const char* host, unsigned short port, unsigned long
   int in_use_retries = 0;
   int error = 0;
   for (;;) {
-    if (fd < 0 && (fd = open_socket(target)) < 0) krl_internal::throw_socket_error(errno);
+    if (fd < 0 && (error = open_socket(target, fd)) != 0) krl_internal::throw_socket_error(error);
     bind_client(fd, bind_address);
     connect_attempt(fd, error, target, remaining);  // a CORBA_TIMEOUT leaves at once
     if (error == 0) return fd;
     trace_attempt(target, error);
-    if (error == EADDRINUSE && ++in_use_retries <= 16) continue;  // 17 attempts in all
-    if (error == ECONNREFUSED && first_refusal) {
+    if (error == krl_internal::kSocketAddressInUse && ++in_use_retries <= 16)
+      continue;  // 17 attempts in all
+    if (error == krl_internal::kSocketRefused && first_refusal) {
       if (saIsLoopback(target.sa())) saSetLocal(target.sa());
       first_refusal = false;
       continue;
     }
-    if (error == ECONNREFUSED) {
+    if (error == krl_internal::kSocketRefused) {
       const unsigned long long step = backoff <= ULLONG_MAX / 1000 ? backoff * 1000 : ULLONG_MAX;
       if (remaining > step) {
         remaining -= step;
@@ -246,41 +216,33 @@ int KRLPortable::createTcpListenerSocket(const char* host, unsigned short port,
   const unsigned long last =
       port == 0 ? 0 : (port_range > 65535ul - port ? 65535ul : port + port_range);
   Candidate target(host, port);
-  int fd = open_socket(target);
-  if (fd < 0) krl_internal::throw_socket_error(errno);
-  const int off = 0;
-  ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &off, sizeof off);
-  int error = 0;
+  int fd = -1;
+  int error = open_socket(target, fd);
+  if (error != 0) krl_internal::throw_socket_error(error);
+  krl_internal::set_address_reuse(fd, false);  // explicitly off; the result is not looked at
   for (unsigned long p = port;; ++p) {
     saSetPort(target.sa(), static_cast<int>(p));
-    if (::bind(fd, target.sa(), static_cast<socklen_t>(target.address_length)) >= 0) {
-      error = 0;
-      break;
-    }
-    error = errno;  // only the last port's error is reported
-    if (p >= last) break;
+    // Only the last port's error is reported.
+    error = krl_internal::bind_socket(fd, target.sa(), target.address_length);
+    if (error == 0 || p >= last) break;
   }
-  if (error == 0 && ::listen(fd, 1024) < 0) {
-    const int listen_error = errno;
+  if (error == 0) {
+    const int listen_error = krl_internal::listen_socket(fd, 1024);
+    if (listen_error == 0) return fd;
     close_socket(fd);
     throw CORBA_COMM_FAILURE(static_cast<unsigned long>(listen_error), CORBA::COMPLETED_NO);
   }
-  if (error != 0) {
-    close_socket(fd);
-    krl_internal::throw_socket_error(error);
-  }
-  return fd;
+  close_socket(fd);
+  krl_internal::throw_socket_error(error);
 }
 
 int KRLPortable::socketAccept(int listener) {
   sockaddr_in peer;
-  for (;;) {
-    socklen_t length = sizeof peer;
-    const int fd = ::accept4(listener, reinterpret_cast<sockaddr*>(&peer), &length, SOCK_CLOEXEC);
-    if (fd >= 0) return fd;
-    // A signal is no failure of the listener: accept again.
-    if (errno != EINTR) krl_internal::throw_socket_error(errno);
-  }
+  int length = sizeof peer;
+  int fd = -1;
+  const int error = krl_internal::accept_socket(listener, &peer, length, fd);
+  if (error != 0) krl_internal::throw_socket_error(error);
+  return fd;
 }
 
 void KRLPortable::socketError(int code, const char*) { krl_internal::throw_socket_error(code); }
