@@ -2,7 +2,6 @@
 // After windows.h, which psapi.h needs.
 #include <process.h>
 #include <stdlib.h>
-#include <sys/stat.h>
 #include <sys/types.h>
 #include <psapi.h>
 
@@ -70,20 +69,6 @@ void set_last_error(unsigned long error) { ::SetLastError(error); }
 void kill_process(long pid) {
   const ProcessHandle process(::OpenProcess(PROCESS_ALL_ACCESS, TRUE, static_cast<DWORD>(pid)));
   if (process.get() != nullptr) ::TerminateProcess(process.get(), 0);
-}
-
-bool path_exists(const char* path) {
-  struct _stat st;
-  return path != nullptr && ::_stat(path, &st) >= 0;
-}
-
-bool search_path(const char* name, char* out) {
-  // _searchenv looks in the current directory first, then along PATH, and
-  // leaves out empty when the name is found nowhere.
-  out[0] = '\0';
-  if (name == nullptr || name[0] == '\0') return false;
-  ::_searchenv(name, "PATH", out);
-  return out[0] != '\0';
 }
 
 int compare_ignoring_case(const char* a, const char* b) { return ::_stricmp(a, b); }
