@@ -9,11 +9,11 @@
 #ifdef _WIN32
 #include <winsock2.h>
 #else
-#include <cerrno>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
+#include <cerrno>
 #endif
 
 namespace example {

@@ -29,7 +29,7 @@ constexpr std::size_t kMaxBytes =
 
 char* CORBA::string_alloc(unsigned long len) {
   if (len > kMaxBytes - 1) throw std::bad_alloc();
-  return static_cast<char*>(::operator new(std::size_t{len} + 1));
+  return static_cast<char*>(::operator new (std::size_t{len} + 1));
 }
 
 char* CORBA::string_dup(const char* s) {
@@ -46,7 +46,7 @@ void CORBA::string_free(char* s) {
 
 unsigned short* CORBA::wstring_alloc(unsigned long len) {
   if (len > kMaxBytes / 2 - 1) throw std::bad_alloc();
-  return static_cast<unsigned short*>(::operator new(2 * std::size_t{len} + 2));
+  return static_cast<unsigned short*>(::operator new (2 * std::size_t{len} + 2));
 }
 
 unsigned short* CORBA::wstring_dup(const unsigned short* s) {

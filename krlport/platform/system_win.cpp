@@ -1,9 +1,9 @@
 #include <windows.h>
 // After windows.h, which psapi.h needs.
 #include <process.h>
+#include <psapi.h>
 #include <stdlib.h>
 #include <sys/types.h>
-#include <psapi.h>
 
 #include <algorithm>
 #include <climits>

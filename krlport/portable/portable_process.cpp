@@ -6,8 +6,8 @@
 
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/frame/corba.h"
-#include "krlport/platform/socket.h"
 #include "krlport/platform/file.h"
+#include "krlport/platform/socket.h"
 #include "krlport/platform/system.h"
 #include "krlport/portable/base_util.h"
 #include "krlport/portable/portable.h"

@@ -168,7 +168,7 @@ void KRLDebugLogger::roll_over() {
   char backup[kMaxFileName + 2];
   std::snprintf(backup, sizeof backup, "%so", _file_name);
   if (file_status(backup, status)) remove_file(backup);
-  close_file();  // before the rename: Windows renames no open file
+  close_file();                     // before the rename: Windows renames no open file
   std::rename(_file_name, backup);  // on failure the file just goes on growing
   open_file();
 }
