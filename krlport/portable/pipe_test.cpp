@@ -12,6 +12,7 @@ TEST(PipeTest, DatagramsTravelBothWays) {
   const int fds = krl_test::open_fds();  // the destructor closes both
   {
     KRLPipe pipe;
+    EXPECT_EQ(krl_test::open_fds(), fds + 2);  // the count sees the pipe's sockets
     char buf[16] = {};
     EXPECT_EQ(pipe.write("ab", 2) + pipe.write("cde", 3), 5u);
     EXPECT_EQ(krl_test::readable(pipe.reader(), pipe.writer()), 1);  // the reader only
