@@ -36,9 +36,11 @@
 // pulls the runtime's getopt (and a second definition of getopt) into its
 // link by a plain reference to optind.
 #include <getopt.h>
+/// getopt's exception specification: none, as mingw-w64 declares it.
 #define KRL_GETOPT_NOEXCEPT
 #else
-// noexcept as the C library declares it, so that both declarations may meet.
+/// getopt's exception specification: noexcept, as the C library declares it,
+/// so that both declarations may meet.
 #define KRL_GETOPT_NOEXCEPT noexcept
 #endif
 

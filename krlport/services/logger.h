@@ -5,7 +5,7 @@
 ///
 /// On first use it opens krlout.log, krlerr.log and krllog.log, each emptied,
 /// in the first of these places where the directory exists or can be made:
-/// on Windows %KORLAN_ADM%\log\, then X:\korlan\log\ on the current drive X;
+/// on Windows %KORLAN_ADM%\\log\\, then X:\\korlan\\log\\ on the current drive X;
 /// on Linux $KORLAN_ADM/log/, then /korlan/log/; else the current directory.
 /// KORLAN_ADM is a property: the environment first, then the property store.
 /// The host may put any stream of its own into a slot at any time.
