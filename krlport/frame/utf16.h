@@ -18,13 +18,6 @@ long wide_compare(const unsigned short* a, const unsigned short* b);
 // without its partner becomes U+FFFD.
 void append_utf8(std::string& out, const unsigned short* s, std::size_t n);
 
-// Writes the UTF-16 form of n bytes of UTF-8 to out and a terminating zero
-// after it. out must hold n + 1 units, which is always enough. Code points
-// above U+FFFF become surrogate pairs. Returns false, with out's content
-// undefined, when the text is not valid UTF-8 (stray or missing continuation
-// bytes, overlong forms, surrogates, values above U+10FFFF).
-bool utf8_to_utf16(const char* s, std::size_t n, unsigned short* out);
-
 }  // namespace krl_internal
 
 #endif  // KRLPORT_FRAME_UTF16_H_

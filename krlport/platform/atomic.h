@@ -23,22 +23,27 @@ enum class MemoryOrder : int {
   kSeqCst = __ATOMIC_SEQ_CST,
 };
 
+// T may be a pointer: the size of the word itself is meant.
+template <class T>
+constexpr bool kLockFree = __atomic_always_lock_free(sizeof(T),
+                                                     0);  // NOLINT(bugprone-sizeof-expression)
+
 template <class T>
 inline T atomic_load(const T* p, MemoryOrder order) {
-  static_assert(__atomic_always_lock_free(sizeof(T), 0), "lock-free words only");
+  static_assert(kLockFree<T>, "lock-free words only");
   return __atomic_load_n(p, static_cast<int>(order));
 }
 
 template <class T>
 inline void atomic_store(T* p, T value, MemoryOrder order) {
-  static_assert(__atomic_always_lock_free(sizeof(T), 0), "lock-free words only");
+  static_assert(kLockFree<T>, "lock-free words only");
   __atomic_store_n(p, value, static_cast<int>(order));
 }
 
 // Stores value and gives the word's previous value.
 template <class T>
 inline T atomic_exchange(T* p, T value, MemoryOrder order) {
-  static_assert(__atomic_always_lock_free(sizeof(T), 0), "lock-free words only");
+  static_assert(kLockFree<T>, "lock-free words only");
   return __atomic_exchange_n(p, value, static_cast<int>(order));
 }
 
@@ -47,7 +52,7 @@ inline T atomic_exchange(T* p, T value, MemoryOrder order) {
 template <class T>
 inline bool atomic_compare_exchange(T* p, T* expected, T desired, bool weak, MemoryOrder success,
                                     MemoryOrder failure) {
-  static_assert(__atomic_always_lock_free(sizeof(T), 0), "lock-free words only");
+  static_assert(kLockFree<T>, "lock-free words only");
   return __atomic_compare_exchange_n(p, expected, desired, weak, static_cast<int>(success),
                                      static_cast<int>(failure));
 }
@@ -55,7 +60,7 @@ inline bool atomic_compare_exchange(T* p, T* expected, T desired, bool weak, Mem
 // Adds value and gives the new value.
 template <class T>
 inline T atomic_add_fetch(T* p, T value, MemoryOrder order) {
-  static_assert(__atomic_always_lock_free(sizeof(T), 0), "lock-free words only");
+  static_assert(kLockFree<T>, "lock-free words only");
   return __atomic_add_fetch(p, value, static_cast<int>(order));
 }
 

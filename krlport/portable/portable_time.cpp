@@ -12,7 +12,7 @@ void KRLPortable::gettimeofday(timeval& tv) {
   // The fields are long on Windows (a 32-bit tv_sec, as the socket library
   // has it), time_t and suseconds_t on Linux.
   tv.tv_sec = static_cast<decltype(tv.tv_sec)>(seconds);
-  tv.tv_usec = static_cast<decltype(tv.tv_usec)>(milliseconds * 1000);
+  tv.tv_usec = static_cast<decltype(tv.tv_usec)>(milliseconds) * 1000;
 }
 
 void KRLPortable::vgettimeofday(timeval* tv) { gettimeofday(*tv); }
