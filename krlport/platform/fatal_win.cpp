@@ -13,9 +13,4 @@ void fatal_error(const char* call, int err) {
   std::abort();
 }
 
-void assertion_failed(const char* expr, const char* file, int line) {
-  std::fprintf(stderr, "Assertion failed: %s, file %s, line %d\n", expr, file, line);
-  std::abort();
-}
-
 }  // namespace krl_internal
