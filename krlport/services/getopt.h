@@ -36,10 +36,10 @@
 // pulls the runtime's getopt (and a second definition of getopt) into its
 // link by a plain reference to optind.
 #include <getopt.h>
-/// getopt's exception specification: none, as mingw-w64 declares it.
+/// Whether getopt is declared noexcept: not, as mingw-w64 declares it.
 #define KRL_GETOPT_NOEXCEPT
 #else
-/// getopt's exception specification: noexcept, as the C library declares it,
+/// Whether getopt is declared noexcept: it is, as the C library declares it,
 /// so that both declarations may meet.
 #define KRL_GETOPT_NOEXCEPT noexcept
 #endif
