@@ -5,8 +5,8 @@
 #include "krlport/threads/spin_pool.h"
 
 using krl_internal::atomic_compare_exchange;
-using krl_internal::atomic_exchange;
 using krl_internal::atomic_load;
+using krl_internal::atomic_store;
 using krl_internal::MemoryOrder;
 
 KRLSpinMutex::KRLSpinMutex() : _word(KRLSpinWordPool::instance().get()) {}
@@ -65,7 +65,7 @@ void KRLRSpinMutex::lock() {
   if (atomic_load(owner, MemoryOrder::kRelaxed) != self) {
     unsigned long expected = 0;
     while (atomic_load(owner, MemoryOrder::kRelaxed) != 0 ||
-           !atomic_compare_exchange(owner, &expected, self, false, MemoryOrder::kSeqCst,
+           !atomic_compare_exchange(owner, &expected, self, false, MemoryOrder::kAcquire,
                                     MemoryOrder::kRelaxed)) {
       expected = 0;
       krl_internal::yield_processor();
@@ -76,7 +76,8 @@ void KRLRSpinMutex::lock() {
 
 void KRLRSpinMutex::unlock() {
   if (_record == nullptr) return;
-  if (--_record->_depth == 0) atomic_exchange(&_record->_owner, 0UL, MemoryOrder::kSeqCst);
+  // A release store frees it, as KRLSpinWord::release does.
+  if (--_record->_depth == 0) atomic_store(&_record->_owner, 0UL, MemoryOrder::kRelease);
 }
 
 void KRLRSpinMutex::v_lock() { lock(); }
