@@ -13,7 +13,9 @@
 /// undefined.
 ///
 /// Without contention no thread sleeps, so no event is made and nothing is
-/// allocated: each operation costs the locking of `_mutex`.
+/// allocated. read_lock, write_lock and unlock then cost one atomic
+/// compare-and-swap of the state word each and do not touch `_mutex`; they
+/// take `_mutex` only when they must wait, or someone waits.
 ///
 /// Lifetime: a thread may destroy the lock as soon as it holds it and nobody
 /// else will use it again. A release takes the threads it wakes out of their
@@ -22,6 +24,8 @@
 /// not at once block on `_mutex`.
 #ifndef KRLPORT_THREADS_RW_LOCK_H_
 #define KRLPORT_THREADS_RW_LOCK_H_
+
+#include <atomic>
 
 #include "krlport/frame/export.h"
 #include "krlport/threads/condition.h"
@@ -72,19 +76,38 @@ class KRL_EXPORT KRLRWLock {
   KRLRWLock(const KRLRWLock&) = delete;
   KRLRWLock& operator=(const KRLRWLock&) = delete;
 
-  // Caller holds `_mutex`: one wait on `_writers`, counted in
-  // `_waiting_writers`.
+  // Caller holds `_mutex`: waits on `_readers` until it can enter as a
+  // reader, and enters.
+  void enter_as_reader(Hold& hold);
+  // Caller holds `_mutex`: waits as a writer until the lock is free, and
+  // enters as the writer.
+  void enter_as_writer(Hold& hold);
+  // Caller holds `_mutex` and has marked `_state` as having a waiting
+  // writer: one wait on `_writers`, counted in `_waiting_writers`.
   void wait_as_writer(Hold& hold);
-  // Caller holds `_mutex`: whom a release of the lock wakes.
-  Wake wake_after_release() const;
+  // The paths of read_lock, write_lock and unlock that take `_mutex`: out of
+  // line, so that the paths without it save no registers.
+  void read_lock_waiting();
+  void write_lock_waiting();
+  void unlock_waking();
+  // Caller holds `_mutex`: whom a release that left `state` wakes.
+  Wake wake_after_release(long state) const;
   // Caller holds `_mutex`: takes them out of their condition, to be woken
   // with krl_internal::condition_wake once `_mutex` is released.
   krl_internal::ConditionWaiter* take(Wake w);
 
-  // Guards `_state` and `_waiting_writers`; the waits give it up.
+  // Guards `_waiting_writers` and every decision to wait or to wake; the
+  // waits give it up.
   KRLMutex _mutex;
-  // 0: free. n > 0: n readers inside. -1: one writer inside.
-  long _state;
+  // The holders times 4 (0: free; n > 0: n readers inside; -1: one writer
+  // inside), plus two flags: 1, `_waiting_writers` is not 0; 2, readers may
+  // sleep on `_readers`. The flags change under `_mutex` only, so while
+  // both are clear nobody waits or sleeps, and the holders may change
+  // without `_mutex` by a compare-and-swap that finds them clear (unlock),
+  // or that finds what the operation would find under `_mutex` (read_lock,
+  // write_lock). Every change under `_mutex` is a compare-and-swap too, so
+  // it decides on the value it replaces.
+  std::atomic<long> _state;
   // Readers sleep here.
   KRLCondition _readers;
   // Writers in a wait on `_writers` or about to enter one, counted from
