@@ -81,8 +81,9 @@ inline RecursiveLock& recursive_lock(LockRoom* r) {
   return *std::launder(reinterpret_cast<RecursiveLock*>(r));
 }
 
-// Slow paths, in lock_<system>.cpp.
-void lock_wait(RecursiveLock& l);        // takes a held word, sleeping while held
+// Slow paths, in lock_<system>.cpp. Out of line whole, so that the inline
+// fast paths need no registers saved around a call that they rarely make.
+void lock_wait(RecursiveLock& l);        // takes a held word, sleeping while held, and owns it
 void lock_wake(std::atomic<int>* word);  // wakes one sleeper; uses the address only
 
 // Constructs a free lock in s.
@@ -119,11 +120,7 @@ inline bool lock_try_acquire(LockRoom* r) {
 // Blocks until the calling thread owns the lock; adds one level if it
 // already does.
 inline void lock_acquire(LockRoom* r) {
-  if (lock_try_acquire(r)) return;
-  RecursiveLock& l = recursive_lock(r);
-  lock_wait(l);
-  l.owner.store(current_thread_id(), std::memory_order_relaxed);
-  l.depth = 1;
+  if (!lock_try_acquire(r)) lock_wait(recursive_lock(r));
 }
 
 // Gives up one level of the caller's: a caller that held it n times still
@@ -131,7 +128,12 @@ inline void lock_acquire(LockRoom* r) {
 // find its own id in `owner`), it does nothing.
 inline void lock_release(LockRoom* r) {
   RecursiveLock& l = recursive_lock(r);
-  if (l.owner.load(std::memory_order_relaxed) != current_thread_id()) return;
+  const unsigned long self = current_thread_id();
+  // The lock is read only after the id is known: nothing of it then lives
+  // across the call that fills a thread's id cache, which keeps the common
+  // path free of saved registers.
+  std::atomic_signal_fence(std::memory_order_seq_cst);
+  if (l.owner.load(std::memory_order_relaxed) != self) return;
   if (--l.depth != 0) return;
   l.owner.store(0, std::memory_order_relaxed);
   std::atomic<int>* const word = &l.word;

@@ -25,6 +25,8 @@ void lock_wait(RecursiveLock& l) {
     // EAGAIN: the word changed before we slept; EINTR: a signal. Both retry.
     if (r != 0 && errno != EAGAIN && errno != EINTR) fatal_error("futex(FUTEX_WAIT)", errno);
   }
+  l.owner.store(current_thread_id(), std::memory_order_relaxed);
+  l.depth = 1;
 }
 
 void lock_wake(std::atomic<int>* word) {

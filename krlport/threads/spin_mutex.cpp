@@ -1,5 +1,7 @@
 #include "krlport/threads/spin_mutex.h"
 
+#include <atomic>
+
 #include "krlport/platform/atomic.h"
 #include "krlport/platform/thread.h"
 #include "krlport/threads/spin_pool.h"
@@ -57,21 +59,43 @@ KRLRSpinMutex::~KRLRSpinMutex() {
   if (_record != nullptr) KRLSpinRecordPool::instance().drop(_record);
 }
 
+namespace {
+
+// One attempt to take a free record for self.
+bool try_own(unsigned long* owner, unsigned long self) {
+  unsigned long expected = 0;
+  return atomic_load(owner, MemoryOrder::kRelaxed) == 0 &&
+         atomic_compare_exchange(owner, &expected, self, false, MemoryOrder::kAcquire,
+                                 MemoryOrder::kRelaxed);
+}
+
+// After a failed attempt: yields, tries again until the record is self's,
+// and enters at depth 1. Out of line, so that the path that gets in at once
+// saves no registers.
+__attribute__((noinline)) void own_after_yielding(KRLSpinRecord* record, unsigned long self) {
+  do {
+    krl_internal::yield_processor();
+  } while (!try_own(&record->_owner, self));
+  record->_depth = 1;
+}
+
+}  // namespace
+
 void KRLRSpinMutex::lock() {
-  if (_record == nullptr) return;
+  KRLSpinRecord* const record = _record;
+  if (record == nullptr) return;
   const unsigned long self = krl_internal::current_thread_id();
-  unsigned long* owner = &_record->_owner;
+  // The record is read only after the id is known (see lock_release).
+  std::atomic_signal_fence(std::memory_order_seq_cst);
   // Only this thread ever stores its own id, so seeing it means we own it.
-  if (atomic_load(owner, MemoryOrder::kRelaxed) != self) {
-    unsigned long expected = 0;
-    while (atomic_load(owner, MemoryOrder::kRelaxed) != 0 ||
-           !atomic_compare_exchange(owner, &expected, self, false, MemoryOrder::kAcquire,
-                                    MemoryOrder::kRelaxed)) {
-      expected = 0;
-      krl_internal::yield_processor();
-    }
+  unsigned long owner = atomic_load(&record->_owner, MemoryOrder::kRelaxed);
+  if (owner != self &&
+      (owner != 0 || !atomic_compare_exchange(&record->_owner, &owner, self, false,
+                                              MemoryOrder::kAcquire, MemoryOrder::kRelaxed))) {
+    own_after_yielding(record, self);
+    return;
   }
-  ++_record->_depth;
+  ++record->_depth;
 }
 
 void KRLRSpinMutex::unlock() {

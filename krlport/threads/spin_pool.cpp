@@ -5,6 +5,12 @@
 
 #include "krlport/frame/at_unload.h"
 
+void KRLSpinWord::acquire_after_yielding(long* word) {
+  do {
+    krl_internal::yield_processor();
+  } while (!try_acquire(word));
+}
+
 KRLSpinWordPool& KRLSpinWordPool::instance() {
   // Constant-initialised: there is no run-time construction for two first
   // users to race on, and no destructor.

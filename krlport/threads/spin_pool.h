@@ -31,13 +31,17 @@ class KRLSpinWord {
   void release() { release(&_word); }
 
   static void acquire(long* word) {
-    // Read plainly first, so that waiters do not pull the line away from the
-    // holder with exchanges bound to fail.
-    while (krl_internal::atomic_load(word, krl_internal::MemoryOrder::kRelaxed) != 0 ||
-           krl_internal::atomic_exchange(word, 1L, krl_internal::MemoryOrder::kAcquire) != 0) {
-      krl_internal::yield_processor();
-    }
+    if (!try_acquire(word)) acquire_after_yielding(word);
   }
+  // Read plainly first, so that waiters do not pull the line away from the
+  // holder with exchanges bound to fail.
+  static bool try_acquire(long* word) {
+    return krl_internal::atomic_load(word, krl_internal::MemoryOrder::kRelaxed) == 0 &&
+           krl_internal::atomic_exchange(word, 1L, krl_internal::MemoryOrder::kAcquire) == 0;
+  }
+  // After a failed attempt: yields, and tries again until the word is held.
+  // Out of line, so that the path that gets in at once saves no registers.
+  static void acquire_after_yielding(long* word);
   // A release store: everything done under the lock is ordered before the
   // next holder's exchange, which is all a lock owes. An exchange here would
   // cost a second locked instruction on every uncontended lock and unlock.
