@@ -171,6 +171,46 @@ TEST(KRLRWLockTest, StressReadersNeverOverlapAWriter) {
   EXPECT_EQ(rw_lock_state(l), 0);
 }
 
+// Threads that start together race a release against a thread that is
+// about to sleep: readers leaving while a writer finds them inside, and a
+// writer leaving while readers find it inside. A release that misses the
+// sleeper hangs the join; ThreadSanitizer checks the hand-over of `data`.
+TEST(KRLRWLockTest, ReleaseRacingASleeperWakesIt) {
+  for (int round = 0; round < 300; ++round) {
+    KRLRWLock l;
+    long data = 0;
+    std::atomic<int> go{0};
+    const auto start = [&go] {
+      ++go;
+      while (go < 3) std::this_thread::yield();
+    };
+    const bool writer_first = round % 2 == 0;
+    if (writer_first) {
+      l.write_lock();
+    } else {
+      l.read_lock();
+    }
+    std::thread a([&] {
+      start();
+      l.read_lock();
+      EXPECT_GE(data, writer_first ? 1 : 0);
+      l.unlock();
+    });
+    std::thread b([&] {
+      start();
+      l.write_lock();
+      ++data;
+      l.unlock();
+    });
+    start();
+    if (writer_first) data = 1;
+    l.unlock();
+    a.join();
+    b.join();
+    EXPECT_EQ(rw_lock_state(l), 0);
+  }
+}
+
 // The second thread in destroys the lock as soon as it has released it,
 // while the first may still be inside its unlock: a last reader waking a
 // waiting writer, a writer waking readers or a writer, or a writer whose
