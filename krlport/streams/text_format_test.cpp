@@ -110,12 +110,40 @@ TEST(TextFormatTest, NumbersAreReadAsTheExtractorReadsThem) {
       "-99999999999999999999 |-1 |70000 |-40000 |32767 |-32768 |2147483648 |-2147483649 |"
       "4294967296 |-9223372036854775808 |18446744073709551615 |18446744073709551616 |1.5 |1e |"
       "1.5e+ |1e5e5 |.5 |5. |. |-.e1|1.2.3 |1e400 |-1e400 |1e-400 |2.5e-310 |"
-      "0.000000000000000000000000000000000000000000001 |1E+03|3.4028236e38 |inf |nan |00.5 ";
+      "0.000000000000000000000000000000000000000000001 |1E+03|3.4028236e38 |inf |nan |00.5 |"
+      "1234567890123456789012345678901234567890123456789012345678901234567890.5e-3 ";
   std::istringstream all(texts);
   for (std::string text; std::getline(all, text, '|');) {
     expect_all_read_as_std<short, unsigned short, int, unsigned int, long, unsigned long, float,
                            double, char>(text);
   }
+}
+
+// Many doubles in one text, each ended by its separator, read in place from
+// the buffer but for the last: the values match the std extractor's bit for
+// bit, the positions after each and the states at the end.
+TEST(TextFormatTest, ManyDoublesAreReadAsTheExtractorReadsThem) {
+  std::mt19937_64 random(7);
+  std::ostringstream written;
+  for (int i = 0; i < 20000; ++i) {
+    const std::uint64_t bits = random();
+    double d;
+    std::memcpy(&d, &bits, sizeof d);
+    if (std::isnan(d)) continue;
+    written.precision(i % 3 == 0 ? 17 : 6);
+    written << d << (i % 5 == 0 ? "\n" : " ");
+  }
+  std::istringstream fast_text(written.str()), reference_text(written.str());
+  KRListream fast_in(fast_text);
+  double fast = 0, reference = 0;
+  while (reference_text >> reference) {
+    reference_text.get();
+    fast_in >> fast;
+    ASSERT_EQ(std::memcmp(&fast, &reference, sizeof fast), 0) << fast << " " << reference;
+    ASSERT_EQ(fast_text.tellg(), reference_text.tellg());
+  }
+  fast_in >> fast;
+  EXPECT_EQ(fast_text.rdstate(), reference_text.rdstate());
 }
 
 }  // namespace
