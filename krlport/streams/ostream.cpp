@@ -9,7 +9,6 @@
 #include "krlport/streams/text_format.h"
 
 using krl_internal::default_format;
-using krl_internal::kNumberTextSize;
 
 namespace {
 
@@ -22,8 +21,8 @@ krl_internal::TableArrayRef tables_of(KRLOffsetTable**& t, int& count, int& capa
 template <class T, class Inserted = T>
 void write_integer(std::ostream& s, T v) {
   if (default_format(s)) {
-    char text[kNumberTextSize];
-    krl_internal::write_raw(s, text, krl_internal::format_integer(text, Inserted(v)) - text);
+    krl_internal::write_formatted(
+        s, [v](char* out) { return krl_internal::format_integer(out, Inserted(v)); });
   } else {
     s << Inserted(v) << ' ';
   }
@@ -35,8 +34,8 @@ void write_floating(std::ostream& s, double v) {
   const int precision = krl_internal::effective_precision(s);
   if (default_format(s) && precision <= krl_internal::kMaxFastPrecision &&
       v - v == 0) {  // finite: no inf or nan text here
-    char text[kNumberTextSize];
-    krl_internal::write_raw(s, text, krl_internal::format_floating(text, v, precision) - text);
+    krl_internal::write_formatted(
+        s, [v, precision](char* out) { return krl_internal::format_floating(out, v, precision); });
   } else {
     s << v << ' ';
   }

@@ -19,7 +19,7 @@ namespace {
 // Reads one holder from a derived stream that delivers length and bytes.
 int allocations_for(CORBA_String_var& v, const std::string& bytes) {
   krl_test::QueueIstream in;
-  in.lengths = {bytes.size()};
+  in.lengths = {static_cast<unsigned long>(bytes.size())};
   in.bytes = bytes;
   const long before = krl_test::Allocations::news;
   in >> v;

@@ -1,7 +1,9 @@
 #include "krlport/streams/text_scan.h"
 
 #include <charconv>
+#include <cstddef>
 #include <limits>
+#include <streambuf>
 #include <string>
 
 #include "krlport/platform/number_text.h"
@@ -11,18 +13,82 @@ namespace {
 
 const int kEof = std::char_traits<char>::eof();
 
+// Where collect_floating reads from: the stream buffer itself, through
+// sgetc and snextc, or the characters already in its get area, where the end
+// of the area reads as the end of input and nothing is consumed until the
+// caller says so.
+class BufferSource {
+ public:
+  explicit BufferSource(std::streambuf* b) : _b(b) {}
+  int current() { return _b->sgetc(); }
+  int next() { return _b->snextc(); }
+
+ private:
+  std::streambuf* _b;
+};
+
+class MemorySource {
+ public:
+  MemorySource(const char* first, const char* last) : _p(first), _last(last) {}
+  int current() const { return _p != _last ? std::char_traits<char>::to_int_type(*_p) : kEof; }
+  int next() {
+    ++_p;
+    return current();
+  }
+  const char* position() const { return _p; }
+
+ private:
+  const char* _p;
+  const char* _last;
+};
+
+// A number's characters in a fixed array; longer texts only say so.
+class ShortText {
+ public:
+  static constexpr int kRoom = 64;
+  void operator+=(char c) {
+    if (_size < kRoom - 1) {
+      _chars[_size++] = c;
+    } else {
+      _full = true;
+    }
+  }
+  bool full() const { return _full; }
+  const char* data() const { return _chars; }
+  std::size_t size() const { return static_cast<std::size_t>(_size); }
+  // strtod's fallback needs the terminator.
+  const char* c_str() {
+    _chars[_size] = '\0';
+    return _chars;
+  }
+
+ private:
+  char _chars[kRoom];
+  int _size = 0;
+  bool _full = false;
+};
+
+// The get area of a stream buffer, read in place as sbumpc does. Pointers to
+// the protected members, named through a derived class that is never made.
+struct GetArea : std::streambuf {
+  static char* next(std::streambuf* b) { return (b->*&GetArea::gptr)(); }
+  static char* end(std::streambuf* b) { return (b->*&GetArea::egptr)(); }
+  static void advance(std::streambuf* b, int n) { (b->*&GetArea::gbump)(n); }
+};
+
 // Collects the characters num_get accepts for a floating value: a sign,
 // digits with one decimal point, an exponent mark with its own sign and
 // digits. Leading zeros shrink to one, as num_get keeps them. Returns the
 // state bits of the reading (eofbit when the input ended).
-std::ios_base::iostate collect_floating(std::streambuf* sb, std::string& text) {
-  int c = sb->sgetc();
+template <class Source, class Text>
+std::ios_base::iostate collect_floating(Source& in, Text& text) {
+  int c = in.current();
   if (c == '+' || c == '-') {
     text += static_cast<char>(c);
-    c = sb->snextc();
+    c = in.next();
   }
   bool mantissa = false;
-  for (; c == '0'; c = sb->snextc()) {
+  for (; c == '0'; c = in.next()) {
     if (!mantissa) text += '0';
     mantissa = true;
   }
@@ -38,7 +104,7 @@ std::ios_base::iostate collect_floating(std::streambuf* sb, std::string& text) {
     } else if ((c == 'e' || c == 'E') && !exponent && mantissa) {
       text += 'e';
       exponent = true;
-      c = sb->snextc();
+      c = in.next();
       if (c == '+' || c == '-') {
         text += static_cast<char>(c);
       } else {
@@ -47,7 +113,7 @@ std::ios_base::iostate collect_floating(std::streambuf* sb, std::string& text) {
     } else {
       break;
     }
-    c = sb->snextc();
+    c = in.next();
   }
   return c == kEof ? std::ios_base::eofbit : std::ios_base::goodbit;
 }
@@ -59,8 +125,8 @@ float c_strtod(const char* s, char** end, float*) { return c_text_to_float(s, en
 // Converts as num_get's conversion does: the whole text or nothing (0 and
 // failbit); an overflow gives the largest finite value and failbit, an
 // underflow is no error.
-template <class T>
-std::ios_base::iostate convert(const std::string& text, T& v) {
+template <class T, class Text>
+std::ios_base::iostate convert(Text& text, T& v) {
   const char* first = text.data();
   const char* last = first + text.size();
   if (first != last && *first == '+') ++first;  // from_chars takes no '+'
@@ -91,8 +157,23 @@ std::ios_base::iostate convert(const std::string& text, T& v) {
 
 template <class T>
 void scan(std::istream& s, T& v) {
-  std::string text;  // the usual texts fit its inline buffer
-  std::ios_base::iostate err = collect_floating(s.rdbuf(), text);
+  std::streambuf* b = s.rdbuf();
+  // The usual number lies whole in the get area, ended by its separator:
+  // read there, and consumed at once. One that reaches the end of the area
+  // is read again through the buffer.
+  const char* first = GetArea::next(b);
+  MemorySource in(first, GetArea::end(b));
+  ShortText short_text;
+  collect_floating(in, short_text);
+  if (in.current() != kEof && !short_text.full()) {
+    GetArea::advance(b, static_cast<int>(in.position() - first));
+    const std::ios_base::iostate err = convert(short_text, v);
+    if (err != std::ios_base::goodbit) s.setstate(err);
+    return;
+  }
+  BufferSource whole(b);
+  std::string text;
+  std::ios_base::iostate err = collect_floating(whole, text);
   err |= convert(text, v);
   if (err != std::ios_base::goodbit) s.setstate(err);
 }
