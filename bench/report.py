@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Report of one krlport_bench run: the table of goals and a chart per family.
 
-  report.py RESULTS.json [--markdown FILE] [--charts DIR] [--allow-missing]
+  report.py RESULTS.json [--markdown FILE] [--charts DIR] [--allow-missing] [--placement]
 
 RESULTS.json is Google Benchmark's JSON output (--benchmark_out_format=json),
 best from --benchmark_repetitions=5 --benchmark_enable_random_interleaving=true.
@@ -124,11 +124,18 @@ ALIASES = [
 ]
 
 # (krlport benchmark, peer benchmark) pairs beyond ROWS whose names differ.
+# A paired name that no family claims goes to its partner's family.
 EXTRA_PAIRS = [
     ("BM_KRLResourceRefUnrefUnshared", "BM_PlainIncDec"),
     ("BM_KRLResourceBlockFromPool", "BM_HeapBlockNewDelete"),
     ("BM_StringVarAssignReuse", "BM_StdStringAssign"),
+    ("BM_KRLThreadLocalInstance", "BM_mutex_two_maps"),
 ]
+
+# The library of peers whose names carry no tag.
+UNTAGGED = {
+    "BM_mutex_two_maps": "std",   # a std::mutex over two std::unordered_maps
+}
 
 # (file name, title, pattern over the name without "BM_"); the first that
 # matches places the benchmark.
@@ -282,11 +289,18 @@ def place(results):
         peer_of.setdefault(krl, peer)
         links.append((krl, peer))
 
-    placed, others = {}, []
+    candidates = {}
     for name in results:
         p = Placed(name)
-        if name in krl_of:
-            p.library = krl_of[name]
+        p.library = krl_of.get(name) or p.library or UNTAGGED.get(name)
+        candidates[name] = p
+    for a, b in links:
+        if a in candidates and b in candidates:
+            pa, pb = candidates[a], candidates[b]
+            pa.family = pa.family or pb.family
+            pb.family = pb.family or pa.family
+    placed, others = {}, []
+    for name, p in candidates.items():
         if p.family is None or p.library is None:
             others.append(name)
         else:
@@ -424,6 +438,7 @@ BAR_H, BAR_GAP = 15, 5
 TITLE_H, AXIS_H = 22, 28
 PANEL_GAP_X, PANEL_GAP_Y = 34, 16
 BAR_W = 230
+LOG_ABOVE = 20      # a panel whose times differ more than this many times is drawn on a log scale
 MARGIN = 16
 GOOD, BAD, INK, GRID = "#237a3b", "#b8322a", "#222222", "#d9d9d9"
 
@@ -455,12 +470,30 @@ class Bar:
 
 
 class Panel:
+    """One operation: its bars and its scale, linear from 0, or logarithmic
+    where its times differ by more than LOG_ABOVE times."""
+
     def __init__(self, title, bars):
         self.title, self.bars = title, bars
-        self.axis_max = max(b.time for b in bars)
-        step = nice_step(self.axis_max)
-        self.axis_max = math.ceil(self.axis_max * 1.02 / step) * step
-        self.step = step
+        hi, lo = max(b.time for b in bars), min(b.time for b in bars)
+        self.log = lo > 0 and hi / lo > LOG_ABOVE
+        if self.log:
+            self.lo = math.floor(math.log10(lo))
+            self.hi = max(math.ceil(math.log10(hi * 1.02)), self.lo + 1)
+            self.ticks = [10.0 ** k for k in range(self.lo, self.hi + 1)]
+            self.step = 10.0 ** self.lo
+        else:
+            self.step = nice_step(hi)
+            count = math.ceil(hi * 1.02 / self.step)
+            self.ticks = [i * self.step for i in range(count + 1)]
+        self.axis_max = self.ticks[-1]
+
+    def fraction(self, t):
+        """Where time t falls along the axis, from 0 to 1."""
+        if self.log:
+            t = min(max(t, 10.0 ** self.lo), self.axis_max)
+            return (math.log10(t) - self.lo) / (self.hi - self.lo)
+        return min(t, self.axis_max) / self.axis_max
 
     def height(self):
         return TITLE_H + len(self.bars) * (BAR_H + BAR_GAP) + AXIS_H
@@ -492,8 +525,8 @@ def panels_of(groups, placed, results, peer_of, goal_of):
                 b.note += f", goal ≤ {goal:.1f}"
                 b.note_colour = GOOD if ratio <= goal else BAD
                 b.goal_at = peer.time * goal
-                if title is None:
-                    title = re.sub(r"`", "", path)
+                path = re.sub(r"`", "", path)
+                title = path if title is None else title + "; " + path
         if title is None:   # the name of the first krlport benchmark, else of the first
             first = placed[bars[0].name]
             title = first.op if first.name.find("<") >= 0 else first.name[3:]
@@ -514,7 +547,8 @@ def svg_chart(title, panels, reps):
     notes = [
         f"Real time per operation in ns, "
         f"{f'median of {reps} repetitions' if reps > 1 else 'one repetition'}; "
-        "whiskers: fastest and slowest repetition. Each panel has its own scale from 0.",
+        "whiskers: fastest and slowest repetition. Each panel has its own scale, from 0 "
+        f"or, where its times differ more than {LOG_ABOVE} times, logarithmic.",
         "ratio = krlport / peer (below 1: krlport is faster); a dashed mark is the goal "
         "(peer × goal), green when met, red when not."]
     width = max(width, len(title) * 10.5 + 2 * MARGIN, max(len(n) for n in notes) * 6.6 + 2 * MARGIN)
@@ -560,19 +594,20 @@ def svg_panel(p, x, y, label_w):
     bottom = top + len(p.bars) * (BAR_H + BAR_GAP)
 
     def sx(t):
-        return x0 + BAR_W * min(t, p.axis_max) / p.axis_max
+        return x0 + BAR_W * p.fraction(t)
 
-    v = 0.0
-    while v <= p.axis_max * 1.0001:
+    for v in p.ticks:
         gx = sx(v)
         out.append(f'<line x1="{gx:.1f}" y1="{top - 2}" x2="{gx:.1f}" y2="{bottom}" '
                    f'stroke="{GRID}" stroke-width="1"/>')
         out.append(f'<line x1="{gx:.1f}" y1="{bottom}" x2="{gx:.1f}" y2="{bottom + 4}" stroke="#666"/>')
         out.append(f'<text x="{gx:.1f}" y="{bottom + 15}" font-size="10" text-anchor="middle" '
-                   f'fill="#444">{tick_text(v, p.step)}</text>')
-        v += p.step
+                   f'fill="#444">{tick_text(v, v if p.log else p.step)}</text>')
     out.append(f'<line x1="{x0}" y1="{bottom}" x2="{x0 + BAR_W}" y2="{bottom}" stroke="#666"/>')
-    out.append(f'<text x="{x0 + BAR_W + 22}" y="{bottom + 15}" font-size="10" fill="#444">ns</text>')
+    unit = "ns, log scale" if p.log else "ns"
+    last = tick_text(p.ticks[-1], p.ticks[-1] if p.log else p.step)
+    ux = x0 + BAR_W + len(last) * 3.1 + 6
+    out.append(f'<text x="{ux:.1f}" y="{bottom + 15}" font-size="10" fill="#444">{unit}</text>')
 
     for i, b in enumerate(p.bars):
         by = top + i * (BAR_H + BAR_GAP)
@@ -626,12 +661,19 @@ def main(argv):
     ap.add_argument("--charts", metavar="DIR", help="write one SVG chart per family into DIR")
     ap.add_argument("--allow-missing", action="store_true",
                     help="report a row whose benchmark is missing instead of failing")
+    ap.add_argument("--placement", action="store_true",
+                    help="list how each benchmark is placed: family, panel, library")
     args = ap.parse_args(argv)
     try:
         context, results = load(args.results)
         lines, missing = table(results)
         families, placed, peer_of, goal_of, others = place(results)
         print("\n".join(lines))
+        if args.placement:
+            for key, _, _ in FAMILIES:
+                print(f"\n{key}:")
+                for members in families[key]:
+                    print("  " + "  ".join(f"{n} [{placed[n].library}]" for n in members))
         for name in others:
             print(f"warning: {name}: no family or library recognised; not charted "
                   "(name it BM_<Krl|Std|Pthread|Absl...><operation>, or extend bench/report.py)",
