@@ -210,13 +210,15 @@ def load(path):
         if entry.get("error_occurred"):
             r.error = entry.get("error_message") or "error"
             continue
+        aggregate = entry.get("run_type") == "aggregate"
+        if aggregate and entry.get("aggregate_name") != "median":
+            continue   # mean, stddev, cv
         unit = entry.get("time_unit", "ns")
-        if unit not in UNIT_NS or "real_time" not in entry:
+        if unit not in UNIT_NS or not isinstance(entry.get("real_time"), (int, float)):
             raise InputError(f"{path}: {name}: no real time in a known unit ({unit!r})")
         t = float(entry["real_time"]) * UNIT_NS[unit]
-        if entry.get("run_type") == "aggregate":
-            if entry.get("aggregate_name") == "median":
-                r.median = t
+        if aggregate:
+            r.median = t
         else:
             r.runs.append(t)
     return data.get("context", {}), results
@@ -250,7 +252,7 @@ class Placed:
     def __init__(self, name):
         self.name = name
         self.family = self.library = self.op = None
-        self.args = ""
+        self.args, self.label = "", name
         m = TEMPLATE.match(name)
         if m:
             library, _, _ = split_tag(m["tag"])
