@@ -478,6 +478,10 @@ class Panel:
     def __init__(self, title, bars):
         self.title, self.bars = title, bars
         hi, lo = max(b.time for b in bars), min(b.time for b in bars)
+        # Room for the slowest repetitions, unless one is far out: its
+        # whisker then ends in an arrow at the axis's end.
+        slowest = max(b.spread[1] if b.spread else b.time for b in bars)
+        hi = max(hi, min(slowest, 2 * hi))
         self.log = lo > 0 and hi / lo > LOG_ABOVE
         if self.log:
             self.lo = math.floor(math.log10(lo))
@@ -548,9 +552,10 @@ def svg_chart(title, panels, reps):
     width = MARGIN * 2 + ncols * panel_w + (ncols - 1) * PANEL_GAP_X
     notes = [
         f"Real time per operation in ns, "
-        f"{f'median of {reps} repetitions' if reps > 1 else 'one repetition'}; "
-        "whiskers: fastest and slowest repetition. Each panel has its own scale, from 0 "
-        f"or, where its times differ more than {LOG_ABOVE} times, logarithmic.",
+        f"{f'median of {reps} repetitions' if reps > 1 else 'one repetition'}; whiskers: the fastest "
+        "and the slowest repetition (an arrow: beyond the axis).",
+        f"Each panel has its own scale: from 0, or logarithmic where its times differ more than "
+        f"{LOG_ABOVE} times.",
         "ratio = krlport / peer (below 1: krlport is faster); a dashed mark is the goal "
         "(peer × goal), green when met, red when not."]
     width = max(width, len(title) * 10.5 + 2 * MARGIN, max(len(n) for n in notes) * 6.6 + 2 * MARGIN)
@@ -624,8 +629,13 @@ def svg_panel(p, x, y, label_w):
             mid = by + BAR_H / 2
             out.append(f'<line x1="{lo:.1f}" y1="{mid}" x2="{hi:.1f}" y2="{mid}" stroke="#000" '
                        f'stroke-width="1"/>')
-            for wx in (lo, hi):
-                out.append(f'<line x1="{wx:.1f}" y1="{mid - 3.5}" x2="{wx:.1f}" y2="{mid + 3.5}" '
+            out.append(f'<line x1="{lo:.1f}" y1="{mid - 3.5}" x2="{lo:.1f}" y2="{mid + 3.5}" '
+                       f'stroke="#000" stroke-width="1"/>')
+            if b.spread[1] > p.axis_max:   # beyond the axis: an arrow
+                out.append(f'<path d="M{hi - 5:.1f},{mid - 3.5} L{hi:.1f},{mid} L{hi - 5:.1f},{mid + 3.5}" '
+                           f'fill="none" stroke="#000" stroke-width="1"/>')
+            else:
+                out.append(f'<line x1="{hi:.1f}" y1="{mid - 3.5}" x2="{hi:.1f}" y2="{mid + 3.5}" '
                            f'stroke="#000" stroke-width="1"/>')
         if b.goal_at is not None:
             gx = sx(b.goal_at)
@@ -688,7 +698,7 @@ def main(argv):
         if args.markdown:
             block = ["", run_note(context, results), ""] + lines + [""] + pairs_list()
             if others:
-                block += ["", "Not charted (no family recognised): "
+                block += ["", "Not charted (no family or library recognised): "
                           + ", ".join(f"`{n}`" for n in others) + "."]
             block.append("")
             write_markdown(args.markdown, block)
