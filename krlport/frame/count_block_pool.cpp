@@ -53,7 +53,7 @@ static KRLCountBlock* new_block(unsigned char sharing) {
     delete block;
     throw std::bad_alloc();
   }
-  block->_count = 1;
+  block->_count.store(1, std::memory_order_relaxed);
   block->_sharing = sharing;
   return block;
 }
@@ -65,9 +65,9 @@ KRLCountBlock* CountBlockPool::take(unsigned char sharing) {
   if (_top > 0) {
     block = _slots[--_top];
     block->_sharing = sharing;
-    // No block lock needed: the pool's lock orders this after the last owner's
-    // give, and no other thread can reach the block before we hand it out.
-    block->_count = 1;
+    // Plain: the pool's lock orders this after the last owner's give, and no
+    // other thread can reach the block before we hand it out.
+    block->_count.store(1, std::memory_order_relaxed);
   }
   spin_release(_lock);
   return block != nullptr ? block : new_block(sharing);
@@ -79,7 +79,8 @@ void CountBlockPool::give(KRLCountBlock* block) {
   if (!_closed) {
     spin_acquire(_lock);
     if (_top < kCountBlockPoolSize) {
-      block->_count = 0;
+      // Plain: the block is the destroying thread's alone now.
+      block->_count.store(0, std::memory_order_relaxed);
       _slots[_top++] = block;
       parked = true;
     }

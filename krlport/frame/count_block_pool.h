@@ -27,21 +27,11 @@ KRLCountBlock* count_block_of(const KRLResource& r);
 // Blocks the pool keeps parked; the next one given back is freed.
 constexpr int kCountBlockPoolSize = 1024;
 
-// The spin locks of the pool and of the blocks, taken by their words: as
-// KRLSpinMutex::lock takes them, by an exchange, but freed by a release store
-// instead of a second exchange. Nothing after these short sections needs a full
-// barrier, and a locked count then costs one atomic operation, about what an
-// atomic increment costs. Every lock here has a word (see make and take).
+// The pool's spin lock, taken by its word: as KRLSpinMutex::lock takes it, by
+// an exchange, but freed by a release store instead of a second exchange.
+// Nothing after these short sections needs a full barrier.
 inline void spin_acquire(KRLSpinMutex& m) { KRLSpinWord::acquire(word_of(m)); }
 inline void spin_release(KRLSpinMutex& m) { atomic_store(word_of(m), 0L, MemoryOrder::kRelease); }
-
-// Changes a block's count by delta under its _lock; returns the new value.
-inline long change_count_locked(KRLCountBlock* b, long delta) {
-  spin_acquire(b->_lock);
-  const long n = b->_count += delta;
-  spin_release(b->_lock);
-  return n;
-}
 
 class CountBlockPool {
  public:

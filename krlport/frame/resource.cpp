@@ -28,16 +28,11 @@ KRLCountBlock* KRLResource::_block() {
 
 long KRLResource::_ref_slow() {
   KRLCountBlock* b = _block();
-  if (b->_sharing == 0) return ++b->_count;
-  return krl_internal::change_count_locked(b, 1);
+  return b->_sharing == 0 ? _change_plain(b, 1) : _change_shared(b, 1);
 }
 
-long KRLResource::_change_shared(long delta, long if_sole) {
-  if (_refs == 0) return if_sole;
-  return krl_internal::change_count_locked(_block_of(), delta);
-}
-
-void KRLResource::_reset_refs() { _block()->_count = 0; }
+// The owner's alone, before sharing begins: no other thread reads the count.
+void KRLResource::_reset_refs() { _block()->_count.store(0, std::memory_order_relaxed); }
 
 void KRLResource::_set_sharing(unsigned char sharing) {
   KRLCountBlock* b = _block();

@@ -9,10 +9,14 @@
 /// up to 1024 blocks, so a short-lived shared object costs no heap operation in
 /// the steady state, and a parked block keeps its spin lock built.
 ///
-/// Each block says whether its count needs its lock (`_sharing`). With sharing
-/// off the count is a plain integer; with sharing on every change or read of it
-/// goes under the block's spin lock. The unshared case is inline here and tests
-/// one bit of `_refs`; the locked and the first-block cases are out of line.
+/// Each block says whether its count is shared between threads (`_sharing`).
+/// With sharing off the count is a plain integer; with sharing on every change
+/// is one atomic read-modify-write and every read an acquire load. The block's
+/// spin lock guards the count and nothing else, so one atomic instruction
+/// stands in for lock, change and unlock: the values seen, and the order of
+/// changes, are those the lock gives. The lock is still built with the block.
+/// Both cases are inline here and test `_refs` only; taking the first block is
+/// out of line.
 ///
 /// Thread-safety. With sharing on, _ref, _unref, _deref and _num_refs are safe
 /// from any thread on one resource, once it has a block: the owner makes the
@@ -20,11 +24,12 @@
 /// off every call on the resource comes from one thread at a time. _set_sharing
 /// and _reset_refs are for the owner alone, before sharing begins.
 ///
-/// Locks: the pool's and the blocks' are spin locks held for a few
-/// instructions, and never two at a time.
+/// Locks: the pool's is a spin lock held for a few instructions; counting
+/// takes no lock.
 #ifndef KRLPORT_FRAME_RESOURCE_H_
 #define KRLPORT_FRAME_RESOURCE_H_
 
+#include <atomic>
 #include <cstdint>
 
 #include "krlport/frame/export.h"
@@ -34,10 +39,17 @@
 /// the interface; its layout is here only for the inline fast paths of
 /// KRLResource. A parked block has _count 0 and belongs to no resource.
 struct KRLCountBlock {
-  long _count;             ///< references; under _lock while _sharing is set
-  unsigned char _sharing;  ///< non-zero: every change or read of _count takes _lock
+  /// References. While _sharing is set every change is an acq_rel
+  /// read-modify-write and every read an acquire load; otherwise relaxed
+  /// loads and stores, which are plain moves. Laid out as a `long`.
+  std::atomic<long> _count;
+  unsigned char _sharing;  ///< non-zero: _count is changed atomically
   KRLSpinMutex _lock;      ///< built once, when the block is first allocated
 };
+static_assert(sizeof(std::atomic<long>) == sizeof(long) &&
+                  alignof(std::atomic<long>) == alignof(long) &&
+                  std::atomic<long>::is_always_lock_free,
+              "the count is laid out as a plain long");
 
 class KRLResource;
 
@@ -107,22 +119,34 @@ class KRL_EXPORT KRLResource {
   friend struct krl_internal::ResourceAccess;
 
   // _refs is the block's address, plus kPlainTag while the block's _sharing is
-  // 0, so that the unshared fast path tests one bit: Sole (0) and a block with
-  // sharing on both have it clear. The tag mirrors the block's _sharing; both
-  // are set together, when the block is taken and by _set_sharing.
+  // 0, so that the unshared fast path tests one bit; a block with sharing on
+  // has it clear and is non-zero, Sole is 0. The tag mirrors the block's
+  // _sharing; both are set together, when the block is taken and by
+  // _set_sharing.
   static constexpr std::uintptr_t kPlainTag = 1;
   static_assert(alignof(KRLCountBlock) > kPlainTag, "the tag needs a free low bit");
 
   KRLCountBlock* _plain() const { return reinterpret_cast<KRLCountBlock*>(_refs - kPlainTag); }
+  KRLCountBlock* _shared() const { return reinterpret_cast<KRLCountBlock*>(_refs); }
   KRLCountBlock* _block_of() const { return reinterpret_cast<KRLCountBlock*>(_refs & ~kPlainTag); }
   void _hold(KRLCountBlock* b);  // sets _refs to b with the tag of its _sharing
   KRLCountBlock* _block();       // the block, taking one from the pool if Sole
 
-  // The slow paths. _ref_slow: the first block, or a change under the lock.
-  // _change_shared: returns if_sole while Sole, else the count changed by
-  // delta under the block's lock.
+  // Adds delta to the count of a block with sharing off: one thread at a time.
+  static long _change_plain(KRLCountBlock* b, long delta) {
+    const long n = b->_count.load(std::memory_order_relaxed) + delta;
+    b->_count.store(n, std::memory_order_relaxed);
+    return n;
+  }
+  // Adds delta to the count of a block with sharing on: ordered as a change
+  // under the block's lock would be, so that the thread that brings it to 0
+  // sees every other owner's use of the object before it destroys it.
+  static long _change_shared(KRLCountBlock* b, long delta) {
+    return b->_count.fetch_add(delta, std::memory_order_acq_rel) + delta;
+  }
+
+  // The first _ref of a Sole resource: takes a block, then counts.
   long _ref_slow();
-  long _change_shared(long delta, long if_sole);
 
   std::uintptr_t _refs;  // 0 while Sole; see kPlainTag
 
@@ -131,22 +155,32 @@ class KRL_EXPORT KRLResource {
 };
 
 inline long KRLResource::_ref() {
-  if (_refs & kPlainTag) return ++_plain()->_count;
+  if (_refs & kPlainTag) return _change_plain(_plain(), 1);
+  if (_refs != 0) return _change_shared(_shared(), 1);
   return _ref_slow();
 }
 
 inline long KRLResource::_unref() {
-  const long n = (_refs & kPlainTag) ? --_plain()->_count : _change_shared(-1, 0);
+  long n = 0;  // Sole: the only reference goes
+  if (_refs & kPlainTag) {
+    n = _change_plain(_plain(), -1);
+  } else if (_refs != 0) {
+    n = _change_shared(_shared(), -1);
+  }
   if (n == 0) delete this;
   return n;
 }
 
 inline long KRLResource::_deref() {
-  return (_refs & kPlainTag) ? --_plain()->_count : _change_shared(-1, 0);
+  if (_refs & kPlainTag) return _change_plain(_plain(), -1);
+  if (_refs != 0) return _change_shared(_shared(), -1);
+  return 0;
 }
 
 inline long KRLResource::_num_refs() {
-  return (_refs & kPlainTag) ? _plain()->_count : _change_shared(0, 1);
+  if (_refs & kPlainTag) return _plain()->_count.load(std::memory_order_relaxed);
+  if (_refs != 0) return _shared()->_count.load(std::memory_order_acquire);
+  return 1;
 }
 
 inline void KRLResource::_release(KRLResource* r) {

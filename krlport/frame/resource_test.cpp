@@ -1,5 +1,6 @@
 #include "krlport/frame/resource.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <thread>
 #include <vector>
@@ -104,6 +105,33 @@ TEST_F(ResourceTest, TwoThreadsLoseNoCountOnSharedResource) {
   EXPECT_EQ(r->_num_refs(), 2);
   std::thread([r] { r->_unref(); }).join();
   EXPECT_EQ(r->_unref(), 0);
+}
+
+// Two owners let go at once: exactly one of them destroys, and only after the
+// other's last write to the object (ThreadSanitizer checks that order).
+struct Marked : KRLResource {
+  inline static std::atomic<int> destroyed{0};
+  int marks[2] = {0, 0};
+  ~Marked() override {
+    EXPECT_EQ(marks[0] + marks[1], 2);
+    ++destroyed;
+  }
+};
+
+TEST(ResourceRaceTest, LastOfTwoOwnersDestroysOnceAfterTheOthersUse) {
+  constexpr int kRounds = 500;
+  for (int round = 0; round < kRounds; ++round) {
+    Marked* r = new Marked;
+    r->_ref();
+    auto owner = [r](int i) {
+      r->marks[i] = 1;
+      r->_unref();
+    };
+    std::thread other(owner, 1);
+    owner(0);
+    other.join();
+  }
+  EXPECT_EQ(Marked::destroyed, kRounds);
 }
 
 // The first destruction of a resource without a block used to build the pool,
