@@ -1,6 +1,7 @@
-// KRLCondition against std::condition_variable: a ping-pong between two
-// threads on different processors, each waking the other in turn. One
-// iteration is one round trip: two signals and two waits.
+// KRLCondition against absl::CondVar (over absl::Mutex) and
+// std::condition_variable: a ping-pong between two threads on different
+// processors, each waking the other in turn. One iteration is one round trip:
+// two signals and two waits, with the same handshake on every side.
 #include <pthread.h>
 #include <sched.h>
 
@@ -9,6 +10,10 @@
 #include <thread>
 
 #include <benchmark/benchmark.h>
+
+#if KRL_BENCH_HAVE_ABSL
+#include "absl/synchronization/mutex.h"
+#endif
 
 #include "bench_support.h"
 
@@ -23,7 +28,6 @@ void BM_KRLConditionPingPong(benchmark::State& state) {
   KRLCondition c;
   int turn = 0;  // guarded by m
   bool stop = false;
-  krl_bench::PinnedThread pinned(0);
   std::thread partner([&] {
     krl_bench::PinnedThread partner_pinned(1);
     KRLMutex_var g(m, 1);
@@ -34,6 +38,7 @@ void BM_KRLConditionPingPong(benchmark::State& state) {
       c.signal();
     }
   });
+  krl_bench::PinnedThread pinned(0);  // after the partner, which must not inherit it
   for (auto _ : state) {
     KRLMutex_var g(m, 1);
     turn = 1;
@@ -54,7 +59,6 @@ void BM_StdConditionVariablePingPong(benchmark::State& state) {
   std::condition_variable c;
   int turn = 0;  // guarded by m
   bool stop = false;
-  krl_bench::PinnedThread pinned(0);
   std::thread partner([&] {
     krl_bench::PinnedThread partner_pinned(1);
     std::unique_lock<std::mutex> g(m);
@@ -65,6 +69,7 @@ void BM_StdConditionVariablePingPong(benchmark::State& state) {
       c.notify_one();
     }
   });
+  krl_bench::PinnedThread pinned(0);  // after the partner, which must not inherit it
   for (auto _ : state) {
     std::unique_lock<std::mutex> g(m);
     turn = 1;
@@ -79,6 +84,39 @@ void BM_StdConditionVariablePingPong(benchmark::State& state) {
   partner.join();
 }
 BENCHMARK(BM_StdConditionVariablePingPong)->UseRealTime();
+
+#if KRL_BENCH_HAVE_ABSL
+void BM_AbslCondVarPingPong(benchmark::State& state) {
+  absl::Mutex m;
+  absl::CondVar c;
+  int turn = 0;  // guarded by m
+  bool stop = false;
+  std::thread partner([&] {
+    krl_bench::PinnedThread partner_pinned(1);
+    absl::MutexLock g(&m);
+    for (;;) {
+      while (turn != 1 && !stop) c.Wait(&m);
+      if (stop) break;
+      turn = 0;
+      c.Signal();
+    }
+  });
+  krl_bench::PinnedThread pinned(0);  // after the partner, which must not inherit it
+  for (auto _ : state) {
+    absl::MutexLock g(&m);
+    turn = 1;
+    c.Signal();
+    while (turn != 0) c.Wait(&m);
+  }
+  {
+    absl::MutexLock g(&m);
+    stop = true;
+    c.Signal();
+  }
+  partner.join();
+}
+BENCHMARK(BM_AbslCondVarPingPong)->UseRealTime();
+#endif
 
 // Signals nobody waits for: the cost a signalling thread pays when every
 // waiter is busy.

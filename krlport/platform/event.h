@@ -20,6 +20,13 @@
 // futex before the wake arrives, that futex sees a spurious wake-up, which
 // every futex user tolerates (ours re-check their word, and so do glibc's;
 // see futex(2), "spurious wake-ups").
+//
+// Before it sleeps, a wait polls the word for a short, bounded while
+// (spin_polls()): a setter on another processor often comes within a
+// microsecond or two, and then neither side makes a system call. The polls
+// are plain loads without the processor's pause hint: under a hypervisor a
+// pause loop makes the virtual processor give up its time slice (pause-loop
+// exiting), which defeats the spin.
 #ifndef KRLPORT_PLATFORM_EVENT_H_
 #define KRLPORT_PLATFORM_EVENT_H_
 
@@ -32,6 +39,13 @@ namespace krl_internal {
 constexpr std::uint32_t kWaitForever = 0xFFFFFFFFu;
 
 enum class EventWait { kSignalled, kTimedOut, kFailed };
+
+// How many times a waiter polls for what it waits on (an event, or a lock
+// that its waker is about to release) before it sleeps. Cheap after the
+// first call. 0 where polling cannot help: a system with one processor,
+// where nobody runs while the poller polls, and Windows, whose waits go
+// through the system's event objects and critical sections.
+int spin_polls();
 
 class Event {
  public:

@@ -6,6 +6,7 @@
 
 #include <linux/futex.h>
 #include <sys/syscall.h>
+#include <sys/sysinfo.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -27,6 +28,13 @@ static_assert(sizeof(EventDeadline) == sizeof(timespec) &&
               "EventDeadline is laid out as timespec");
 
 std::atomic<EventSleepCall> g_sleep_call{&event_futex_sleep};
+
+// Polls before a sleep, where another processor may answer: a few thousand
+// loads of a word in the poller's cache, a microsecond or two, against the
+// two system calls and the switch of a sleep and its wake-up. -1 until the
+// first call counts the processors.
+constexpr int kSpinPolls = 4000;
+std::atomic<int> g_spin_polls{-1};
 
 // The kernel reads the futex word through its address; std::atomic of a
 // lock-free 32-bit type has the layout of the plain word.
@@ -60,6 +68,17 @@ EventSleepCall set_event_sleep_call(EventSleepCall call) {
   return g_sleep_call.exchange(call != nullptr ? call : &event_futex_sleep);
 }
 
+int spin_polls() {
+  int polls = g_spin_polls.load(std::memory_order_relaxed);
+  if (polls < 0) {
+    // Online processors, not this thread's affinity: a thread pinned to one
+    // processor still has partners on the others.
+    polls = get_nprocs() > 1 ? kSpinPolls : 0;
+    g_spin_polls.store(polls, std::memory_order_relaxed);
+  }
+  return polls;
+}
+
 void Event::set() {
   std::atomic<std::uint32_t>* const word = &_word;
   if (word->exchange(kSet, std::memory_order_release) != kSleeping) return;
@@ -79,6 +98,9 @@ EventWait Event::wait(std::uint32_t limit_ms) {
   if (limit_ms != kWaitForever) {
     deadline = deadline_after(limit_ms);
     limit = &deadline;
+  }
+  for (int n = spin_polls(); n > 0; --n) {
+    if (_word.load(std::memory_order_acquire) == kSet) return EventWait::kSignalled;
   }
   // Announce the sleep; failing that, the setter came first.
   if (!_word.compare_exchange_strong(word, kSleeping, std::memory_order_acquire)) {

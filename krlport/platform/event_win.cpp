@@ -32,6 +32,8 @@ Event::~Event() {
 
 bool Event::ok() const { return _handle != nullptr; }
 
+int spin_polls() { return 0; }
+
 void Event::set() {
   if (!SetEvent(_handle)) fatal_error("SetEvent", static_cast<int>(GetLastError()));
 }

@@ -174,6 +174,38 @@ TEST(KRLConditionTest, BoundedQueueDeliversEveryItemOnce) {
   EXPECT_EQ(std::count(delivered.begin(), delivered.end(), 1), kThreads * kItems);
 }
 
+// Two threads hand a turn back and forth, so that each signal usually meets
+// its waiter still polling its event, or polling the mutex that the signaller
+// is about to give up, and the signaller's set finds nobody asleep. A
+// wake-up lost on that path leaves its waiter asleep until the long limit
+// runs out, which the count of time-outs shows.
+TEST(KRLConditionTest, PingPongLosesNoWakeUp) {
+  constexpr int kRounds = 4000;
+  KRLMutex m;
+  KRLCondition c;
+  int turn = 0;      // guarded by m: 1 when the partner is to move
+  int timeouts = 0;  // guarded by m
+  std::thread partner([&] {
+    KRLMutex_var g(m, 1);
+    for (int i = 0; i < kRounds; ++i) {
+      while (turn != 1) timeouts += c.timedwait(m, 10000ull);
+      turn = 0;
+      c.signal();
+    }
+  });
+  {
+    KRLMutex_var g(m, 1);
+    for (int i = 0; i < kRounds; ++i) {
+      turn = 1;
+      c.signal();
+      while (turn != 0) timeouts += c.timedwait(m, 10000ull);
+    }
+  }
+  partner.join();
+  EXPECT_EQ(timeouts, 0);
+  EXPECT_EQ(condition_waiters(c), 0u);
+}
+
 #ifndef _WIN32
 // A failed sleep under the caller's armed guard: the exception leaves the
 // wait with m not held, and the guard's unlock on the way out is harmless.
