@@ -26,15 +26,37 @@ struct ThreadSlots : KRLThreadLocal::ThreadDict {
 
 std::atomic<unsigned long long> g_next_incarnation{1};
 
-using krl_internal::ThreadLocalCache;
-using krl_internal::ThreadLocalCacheEntry;
-using krl_internal::ThreadLocalPerThread;
-using krl_internal::g_thread_local_epoch;
-using krl_internal::kThreadLocalCacheEntries;
+// The lock-free answer of instance(); see thread_local_internal.h.
+constexpr unsigned kThreadLocalCacheEntries = 4;
+
+struct ThreadLocalCacheEntry {
+  unsigned long key;       // 0 in an empty entry
+  KRLThreadLocal* object;  // never null in a filled entry
+};
+
+// Owned by its thread; written only by it, under _mutex.
+struct ThreadLocalCache {
+  unsigned long long epoch;  // 0: empty; epochs start at 1
+  unsigned long tid;         // the thread id it was filled under
+  ThreadLocalCacheEntry entries[kThreadLocalCacheEntries];
+};
+
+// Raised under _mutex at every unregistration (release); read by the caches
+// without a lock (acquire).
+std::atomic<unsigned long long> g_thread_local_epoch{1};
+
+// What a thread keeps of its own: its incarnation (0 until it registers an
+// object) and its cache.
+struct ThreadLocalPerThread {
+  unsigned long long incarnation;
+  ThreadLocalCache cache;
+};
 
 // Null only where per-thread memory could not be had; such a thread has no
 // incarnation, registers nothing and caches nothing.
-ThreadLocalPerThread* per_thread() { return krl_internal::thread_local_per_thread(); }
+ThreadLocalPerThread* per_thread() {
+  return krl_internal::ThreadSlot<ThreadLocalPerThread>::get();
+}
 
 unsigned long long current_incarnation() {
   const ThreadLocalPerThread* t = per_thread();
@@ -91,7 +113,17 @@ void retire_stale(KRLThreadLocal::KeyDict& outer, const KRLThreadId& me) {
 
 namespace krl_internal {
 
-std::atomic<unsigned long long> g_thread_local_epoch{1};
+KRLThreadLocal* cached_thread_local(unsigned long key) {
+  const ThreadLocalPerThread* t = per_thread();
+  if (t == nullptr) return nullptr;
+  const ThreadLocalCache& c = t->cache;
+  const ThreadLocalCacheEntry& e = c.entries[key % kThreadLocalCacheEntries];
+  if (e.key != key || c.epoch != g_thread_local_epoch.load(std::memory_order_acquire) ||
+      !still_on_thread(c.tid)) {
+    return nullptr;
+  }
+  return e.object;
+}
 
 // For tests: the calling thread becomes what a new thread that was given
 // this id would be.
