@@ -99,6 +99,8 @@ ALLOWED_INCLUDES = {
         "the environment of a thread is a thread-local object under the registry's lock",
     ("krlport/exceptions/environment.h", "krlport/threads/thread_local.h"):
         "the environment of a thread is a thread-local object (CurrentEnvironment)",
+    ("krlport/exceptions/environment.cpp", "krlport/threads/thread_local_internal.h"):
+        "current_environment reads the thread-local objects' per-thread cache inline",
     ("krlport/exceptions/exception_stream.cpp", "krlport/streams/istream.h"):
         "the typed-stream form of an exception",
     ("krlport/exceptions/exception_stream.cpp", "krlport/streams/ostream.h"):

@@ -3,6 +3,7 @@
 #include <new>
 
 #include "krlport/platform/atomic.h"
+#include "krlport/threads/thread_local_internal.h"
 
 unsigned long CurrentEnvironment::_key_id = 0;
 // _mtx is defined in the load-order unit.
@@ -67,8 +68,27 @@ unsigned long CurrentEnvironment::key_id() {
   return _key_id;
 }
 
-CurrentEnvironment* CurrentEnvironment::instance() {
-  KRLThreadLocal* object = KRLThreadLocal::instance(key_id());
+namespace krl_internal {
+
+// The calling thread's environment where the cache has no answer: at the
+// first call on a thread, and after any thread-local object of any thread was
+// unregistered. Out of line, so that the cached path stays a leaf that
+// saves no register.
+[[gnu::noinline]] CurrentEnvironment* find_or_make_environment() {
+  KRLThreadLocal* object = KRLThreadLocal::instance(CurrentEnvironment::key_id());
   if (object != nullptr) return static_cast<CurrentEnvironment*>(object);
   return new CurrentEnvironment;
+}
+
+}  // namespace krl_internal
+
+// The cache is KRLThreadLocal::instance's own, read inline: a repeated call
+// makes no exported call and takes no lock.
+CurrentEnvironment* CurrentEnvironment::instance() {
+  const unsigned long key = krl_internal::atomic_load(&_key_id, krl_internal::MemoryOrder::kAcquire);
+  if (key != 0) {
+    if (KRLThreadLocal* object = krl_internal::cached_thread_local(key))
+      return static_cast<CurrentEnvironment*>(object);
+  }
+  return krl_internal::find_or_make_environment();
 }

@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <thread>
+#include <vector>
 
 #include "krlport/exceptions/system_exception.h"
 
@@ -68,6 +69,26 @@ TEST(EnvironmentTest, CurrentEnvironmentIsPerThread) {
   EXPECT_NE(theirs, &mine);
   EXPECT_NE(CORBA_TIMEOUT::_downcast(mine.exception()), nullptr);
   KRLThreadLocal::_exit_thread(nullptr);
+}
+
+// A repeated call is answered from a per-thread cache; the answer must end
+// with the thread's finalisation, also while other threads finalise theirs.
+// A stale answer is freed memory, which the sanitizer builds see.
+TEST(EnvironmentTest, AFinalisedEnvironmentIsNeverGivenAgain) {
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 3; ++t) {
+    threads.emplace_back([] {
+      for (int i = 0; i < 100; ++i) {
+        CORBA_Environment& env = CORBA::current_environment();
+        EXPECT_EQ(env.exception(), nullptr);
+        env.exception(new CORBA_TIMEOUT);
+        EXPECT_EQ(&CORBA::current_environment(), &env);
+        EXPECT_EQ(&CORBA_Environment::current_environment(), &env);
+        KRLThreadLocal::_exit_thread(nullptr);
+      }
+    });
+  }
+  for (std::thread& t : threads) t.join();
 }
 
 }  // namespace

@@ -12,6 +12,10 @@ namespace krl_internal {
 // where a per-thread cache would cost more (mingw emulates TLS variables).
 unsigned long current_thread_id();
 
+// Whether per-thread data filled on a thread whose current_thread_id() was
+// id is still seen by that thread. Windows has no fork(): always.
+inline bool still_on_thread(unsigned long) { return true; }
+
 #else
 
 // Per-thread cache of current_thread_id(), 0 until the first call; read it
@@ -30,6 +34,12 @@ inline unsigned long current_thread_id() {
   const unsigned long id = t_thread_id;
   return id != 0 ? id : fetch_thread_id();
 }
+
+// Whether per-thread data filled on a thread whose current_thread_id() was
+// id (non-zero) is still seen by that thread: false in the child of a fork(),
+// which runs on a new thread with a copy of the forking thread's memory. One
+// %fs-relative load, no call.
+inline bool still_on_thread(unsigned long id) { return id == t_thread_id; }
 
 #endif
 

@@ -7,6 +7,7 @@
 #include "krlport/platform/atomic.h"
 #include "krlport/platform/thread.h"
 #include "krlport/platform/tls.h"
+#include "krlport/threads/thread_local_internal.h"
 
 unsigned long KRLThreadLocal::_cnt = 1;
 KRLThreadLocal::KeyDict* KRLThreadLocal::_key_dict = nullptr;
@@ -25,43 +26,46 @@ struct ThreadSlots : KRLThreadLocal::ThreadDict {
 
 std::atomic<unsigned long long> g_next_incarnation{1};
 
-// The lock-free answer of instance(). Every unregistration, on any thread,
-// raises g_epoch under _mutex; a thread's cache answers only while its epoch
-// is current, so an object that was unregistered before a call began is never
-// given out. The cache holds found objects only, for the thread id it was
-// filled under (a fork child's thread has a new id).
-constexpr unsigned kCacheEntries = 4;
-struct CacheEntry {
-  unsigned long key;
-  KRLThreadLocal* object;
-};
-struct Cache {
-  unsigned long long epoch;  // 0: empty
-  unsigned long tid;
-  CacheEntry entries[kCacheEntries];
+// The lock-free answer of instance(); see thread_local_internal.h.
+constexpr unsigned kThreadLocalCacheEntries = 4;
+
+struct ThreadLocalCacheEntry {
+  unsigned long key;       // 0 in an empty entry
+  KRLThreadLocal* object;  // never null in a filled entry
 };
 
-std::atomic<unsigned long long> g_epoch{1};
+// Owned by its thread; written only by it, under _mutex.
+struct ThreadLocalCache {
+  unsigned long long epoch;  // 0: empty; epochs start at 1
+  unsigned long tid;         // the thread id it was filled under
+  ThreadLocalCacheEntry entries[kThreadLocalCacheEntries];
+};
+
+// Raised under _mutex at every unregistration (release); read by the caches
+// without a lock (acquire).
+std::atomic<unsigned long long> g_thread_local_epoch{1};
 
 // What a thread keeps of its own: its incarnation (0 until it registers an
 // object) and its cache.
-struct PerThread {
+struct ThreadLocalPerThread {
   unsigned long long incarnation;
-  Cache cache;
+  ThreadLocalCache cache;
 };
 
 // Null only where per-thread memory could not be had; such a thread has no
 // incarnation, registers nothing and caches nothing.
-PerThread* per_thread() { return krl_internal::ThreadSlot<PerThread>::get(); }
+ThreadLocalPerThread* per_thread() {
+  return krl_internal::ThreadSlot<ThreadLocalPerThread>::get();
+}
 
 unsigned long long current_incarnation() {
-  const PerThread* t = per_thread();
+  const ThreadLocalPerThread* t = per_thread();
   return t != nullptr ? t->incarnation : 0;
 }
 
 // The calling thread's incarnation, drawn at its first registration.
 unsigned long long own_incarnation() {
-  PerThread* t = per_thread();
+  ThreadLocalPerThread* t = per_thread();
   if (t == nullptr) throw std::bad_alloc();
   if (t->incarnation == 0)
     t->incarnation = g_next_incarnation.fetch_add(1, std::memory_order_relaxed);
@@ -69,20 +73,20 @@ unsigned long long own_incarnation() {
 }
 
 // Call with _mutex held.
-void invalidate_caches() { g_epoch.fetch_add(1, std::memory_order_release); }
+void invalidate_caches() { g_thread_local_epoch.fetch_add(1, std::memory_order_release); }
 
 // Call with _mutex held, after a hit.
 void remember(unsigned long tid, unsigned long key, KRLThreadLocal* object) {
-  PerThread* t = per_thread();
+  ThreadLocalPerThread* t = per_thread();
   if (t == nullptr) return;
-  const unsigned long long epoch = g_epoch.load(std::memory_order_relaxed);
-  Cache& c = t->cache;
+  const unsigned long long epoch = g_thread_local_epoch.load(std::memory_order_relaxed);
+  ThreadLocalCache& c = t->cache;
   if (c.epoch != epoch || c.tid != tid) {
-    c = Cache();
+    c = ThreadLocalCache();
     c.epoch = epoch;
     c.tid = tid;
   }
-  c.entries[key % kCacheEntries] = CacheEntry{key, object};
+  c.entries[key % kThreadLocalCacheEntries] = ThreadLocalCacheEntry{key, object};
 }
 
 ThreadSlots* slots_of(KRLThreadLocal::ThreadDict* d) { return static_cast<ThreadSlots*>(d); }
@@ -109,10 +113,22 @@ void retire_stale(KRLThreadLocal::KeyDict& outer, const KRLThreadId& me) {
 
 namespace krl_internal {
 
+KRLThreadLocal* cached_thread_local(unsigned long key) {
+  const ThreadLocalPerThread* t = per_thread();
+  if (t == nullptr) return nullptr;
+  const ThreadLocalCache& c = t->cache;
+  const ThreadLocalCacheEntry& e = c.entries[key % kThreadLocalCacheEntries];
+  if (e.key != key || c.epoch != g_thread_local_epoch.load(std::memory_order_acquire) ||
+      !still_on_thread(c.tid)) {
+    return nullptr;
+  }
+  return e.object;
+}
+
 // For tests: the calling thread becomes what a new thread that was given
 // this id would be.
 void forget_thread_incarnation() {
-  if (PerThread* t = per_thread()) *t = PerThread();
+  if (ThreadLocalPerThread* t = per_thread()) *t = ThreadLocalPerThread();
 }
 
 }  // namespace krl_internal
@@ -172,17 +188,15 @@ KRLThreadLocal::~KRLThreadLocal() {
 void KRLThreadLocal::finalize() { delete this; }
 
 KRLThreadLocal* KRLThreadLocal::instance(unsigned long key) {
-  if (const PerThread* t = per_thread()) {
-    const Cache& c = t->cache;
-    const CacheEntry& e = c.entries[key % kCacheEntries];
-    if (c.epoch == g_epoch.load(std::memory_order_acquire) &&
-        c.tid == krl_internal::current_thread_id() && e.key == key && e.object != nullptr) {
-      return e.object;
-    }
-  }
+  if (KRLThreadLocal* object = krl_internal::cached_thread_local(key)) return object;
+  return krl_internal::ThreadLocalAccess::find(key);
+}
+
+KRLThreadLocal* krl_internal::ThreadLocalAccess::find(unsigned long key) {
+  using KeyDict = KRLThreadLocal::KeyDict;
   const KRLThreadId me;
-  KeyDict& outer = _dict_instance();
-  KRLMutex_var guard(_mutex, 1);
+  KeyDict& outer = KRLThreadLocal::_dict_instance();
+  KRLMutex_var guard(KRLThreadLocal::_mutex, 1);
   ThreadSlots* slots = own_slots(outer, me);
   KRLThreadLocal* object = nullptr;
   if (slots != nullptr && slots->lookup(KRLUniqueId(key), object)) remember(me._tid, key, object);

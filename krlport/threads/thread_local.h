@@ -22,6 +22,7 @@
 
 class CurrentEnvironment;
 namespace krl_internal {
+struct ThreadLocalAccess;
 struct ThreadLocalPeer;
 }
 
@@ -55,8 +56,9 @@ class KRL_EXPORT KRLThreadLocal {
   virtual void finalize();
 
  private:
-  friend class CurrentEnvironment;              // takes its key under its own lock
-  friend struct krl_internal::ThreadLocalPeer;  // tests
+  friend class CurrentEnvironment;                // takes its key under its own lock
+  friend struct krl_internal::ThreadLocalAccess;  // the look-up behind the cache
+  friend struct krl_internal::ThreadLocalPeer;    // tests
 
   KRLThreadLocal(const KRLThreadLocal&) = delete;
   KRLThreadLocal& operator=(const KRLThreadLocal&) = delete;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <thread>
 #include <vector>
 
@@ -103,6 +104,48 @@ TEST(ThreadLocalTest, ALaterThreadWithTheSameIdInheritsNothing) {
     KRLThreadLocal::_exit_thread(nullptr);
     EXPECT_EQ(Local::finalized, 1);
   }).join();
+}
+
+// The lock-free cache of instance() against unregistrations on other threads:
+// once a foreign destructor has returned, the owner never sees the object
+// again, however often it found it before; and other threads' churn meanwhile
+// never makes a cached object wrong. Meant for the sanitizer builds, where a
+// stale answer reads freed memory.
+TEST(ThreadLocalTest, CachedAnswersEndWithTheObjectOnAnyThread) {
+  struct Valued : KRLThreadLocal {
+    Valued(unsigned long key, int v) : KRLThreadLocal(key), value(v) {}
+    int value;
+  };
+  const unsigned long key = KRLThreadLocal::get_unique_id();
+  const unsigned long churn_key = KRLThreadLocal::get_unique_id();
+  std::atomic<Valued*> to_delete{nullptr};
+  std::atomic<int> deleted{0};
+  std::atomic<bool> done{false};
+  std::thread destroyer([&] {
+    while (!done.load()) {
+      if (Valued* v = to_delete.exchange(nullptr)) {
+        delete v;
+        deleted.fetch_add(1);
+      }
+      delete new Local(churn_key);  // unregistrations of an unrelated object
+    }
+  });
+  std::thread owner([&] {
+    for (int i = 0; i < 300; ++i) {
+      Valued* mine = new Valued(key, i);
+      for (int j = 0; j < 3; ++j) {  // the second and later answers come from the cache
+        KRLThreadLocal* found = KRLThreadLocal::instance(key);
+        ASSERT_EQ(found, mine);
+        ASSERT_EQ(static_cast<Valued*>(found)->value, i);
+      }
+      to_delete.store(mine);
+      krl_test::await([&] { return deleted.load() == i + 1; });
+      ASSERT_EQ(KRLThreadLocal::instance(key), nullptr);
+    }
+  });
+  owner.join();
+  done.store(true);
+  destroyer.join();
 }
 
 }  // namespace
