@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <sched.h>
 
+#include <atomic>
 #include <thread>
 
 #include <benchmark/benchmark.h>
@@ -35,6 +36,20 @@ void BM_PthreadRecursiveLockUnlock(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_PthreadRecursiveLockUnlock);
+
+// The floor of any lock that can put a thread to sleep: it must take the word
+// with one locked read-modify-write and give it back with another, which
+// tells whether someone sleeps. No mutex does less, so this is the bound the
+// two above are measured against.
+void BM_PlainMutexLockUnlock(benchmark::State& state) {
+  std::atomic<long> word{0};
+  for (auto _ : state) {
+    long expected = 0;
+    benchmark::DoNotOptimize(word.compare_exchange_strong(expected, 1, std::memory_order_acquire));
+    benchmark::DoNotOptimize(word.exchange(0, std::memory_order_release));
+  }
+}
+BENCHMARK(BM_PlainMutexLockUnlock);
 
 // The owner takes the mutex once more and gives that level back.
 void BM_KRLMutexReentry(benchmark::State& state) {
