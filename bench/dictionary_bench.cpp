@@ -33,20 +33,22 @@ namespace {
 template <class Key>
 struct KeySet;
 
-// Distinct repository ids of 28 characters: "IDL:", a module path, a random
-// name, ":1.0", e.g. "IDL:omg.org/CORBA/QvRkXbTA:1.0". Random names keep the
-// ids apart in the positions the string hash sees, as real ids are.
+// Distinct repository ids of 28 characters: "IDL:", a module of 3 to 8
+// random letters, "/", a random name, ":1.0", e.g. "IDL:Qvrk/XbTaLmnOpqRsT:1.0".
+// A registry of many ids spans many modules; ids that differ only in a few
+// letters just before ":1.0" would collide in the string hash, whose value
+// comes from the last 31 bytes, each spread over only 8 bits of it.
 template <>
 struct KeySet<KRLStringWrapper> {
   explicit KeySet(std::size_t n) {
-    static const char* const kModules[] = {"omg.org/CORBA/", "omg.org/CosNaming/", "ostrevan/",
-                                           "acme.com/Bank/"};
     static const char kLetters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZ_abcdefghijklmnopqrstuvwxyz";
     std::mt19937 rng(1);
     std::unordered_set<std::string> seen;
     texts.reserve(n);
     while (texts.size() < n) {
-      std::string id = std::string("IDL:") + kModules[rng() % 4];
+      std::string id = "IDL:";
+      for (unsigned k = 0, len = 3 + rng() % 6; k < len; ++k) id += kLetters[rng() % 53];
+      id += '/';
       while (id.size() < 24) id += kLetters[rng() % 53];
       id += ":1.0";
       if (seen.insert(id).second) texts.push_back(id);
