@@ -13,6 +13,7 @@
 // that neither side gains from a remembered slot or a warm cache line, except
 // in BM_RepeatedLookup, which measures exactly that.
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <random>
 #include <string>
@@ -120,20 +121,49 @@ class Std {
   std::unordered_map<typename KeySet<Key>::StdKey, void*> _m;
 };
 
+// The keys of one run: `total` stored keys and a separate copy of them for
+// probing, built once per key type and size and shared by every benchmark
+// (both containers, every repetition), so a run spends its time measuring,
+// not generating keys. Never freed: the process ends with the run.
+template <class Key>
+struct KeyPair {
+  explicit KeyPair(std::size_t total) : stored(total), probes(stored) {}
+  KeySet<Key> stored;
+  KeySet<Key> probes;
+};
+
+template <class Key>
+const KeyPair<Key>& keys_for(std::size_t total) {
+  static std::map<std::size_t, std::unique_ptr<KeyPair<Key>>> cache;
+  std::unique_ptr<KeyPair<Key>>& p = cache[total];
+  if (!p) p.reset(new KeyPair<Key>(total));
+  return *p;
+}
+
+// A shuffled order of [first, first + n), the same for both containers.
+const std::vector<std::size_t>& order_for(std::size_t n, std::size_t first) {
+  static std::map<std::pair<std::size_t, std::size_t>, std::vector<std::size_t>> cache;
+  std::vector<std::size_t>& order = cache[std::make_pair(n, first)];
+  if (order.empty()) {
+    for (std::size_t i = 0; i < n; ++i) order.push_back(first + i);
+    std::shuffle(order.begin(), order.end(), std::mt19937(42));
+  }
+  return order;
+}
+
 // `total` keys exist; the map holds keys 0 to n - 1; probes are copies of keys
 // [first, first + n) in a shuffled order.
 template <class Map>
 struct Fixture {
   using Key = typename Map::key_type;
   Fixture(std::size_t n, std::size_t first, std::size_t total)
-      : stored(total), probes(stored), order(n) {
-    for (std::size_t i = 0; i < n; ++i) map.insert(stored, i, &stored.keys[i]);
-    for (std::size_t i = 0; i < n; ++i) order[i] = first + i;
-    std::shuffle(order.begin(), order.end(), std::mt19937(42));
+      : stored(keys_for<Key>(total).stored), probes(keys_for<Key>(total).probes),
+        order(order_for(n, first)) {
+    for (std::size_t i = 0; i < n; ++i) map.insert(stored, i, const_cast<Key*>(&stored.keys[i]));
   }
-  KeySet<Key> stored;
-  KeySet<Key> probes;
-  std::vector<std::size_t> order;
+  const KeySet<Key>& stored;
+  const KeySet<Key>& probes;
+  const std::vector<std::size_t>& order;
   Map map;
 };
 
