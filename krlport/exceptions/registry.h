@@ -12,6 +12,8 @@
 #ifndef KRLPORT_EXCEPTIONS_REGISTRY_H_
 #define KRLPORT_EXCEPTIONS_REGISTRY_H_
 
+#include <cstdint>
+
 #include "krlport/exceptions/exception.h"
 #include "krlport/frame/dictionary.h"
 #include "krlport/frame/string_wrapper.h"
@@ -48,7 +50,8 @@ class ExceptionRegistry {
     return true;
   }
 
-  // The fields of KRLDictionary, the hint shared by concurrent lookups.
+  // The fields of KRLDictionary, the hint shared by concurrent lookups, then
+  // the slot words.
   unsigned long _capacity;
   unsigned long _count;
   node_type** _table;
@@ -59,6 +62,8 @@ class ExceptionRegistry {
   unsigned long _bits;
   unsigned long _mask;
   void (*_cleanup)(key_type, mapped_type);  // never set
+  std::uint32_t* _hashes;
+  std::uint32_t _inline_hashes[kDictionaryInlineSlots];
 
  private:
   typedef DictionaryCore<ExceptionRegistry> Core;

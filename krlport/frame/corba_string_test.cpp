@@ -2,6 +2,7 @@
 #include <climits>
 #include <cstdint>
 #include <new>
+#include <random>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -45,6 +46,27 @@ TEST(CorbaStringTest, HashIsShiftXorOfSignExtendedBytes) {
   EXPECT_EQ(CORBA::hash("abc"), 0x123UL);
   EXPECT_EQ(CORBA::hash("\xFF"), 0x7FFFFFFFUL);  // kept to 31 bits where long has 64
   EXPECT_EQ(CORBA::hash(nullptr), 0UL);
+}
+
+// The hash is computed eight bytes at a time; it must give, for every text,
+// the value of the byte-at-a-time definition. Lengths 0 to 80 cover every
+// partial block and texts longer than the 32 bytes that count; bytes are drawn
+// from the whole range, from 0x80 up only, and ASCII only.
+TEST(CorbaStringTest, HashMatchesTheByteLoopOnRandomTexts) {
+  const auto by_bytes = [](const std::string& text) {
+    std::uint32_t h = 0;
+    for (const char c : text) h = (h << 1) ^ static_cast<std::uint32_t>(static_cast<signed char>(c));
+    return static_cast<unsigned long>(h & 0x7FFFFFFF);
+  };
+  std::mt19937 rng(14);
+  for (int round = 0; round < 20000; ++round) {
+    const std::size_t length = rng() % 81;
+    const unsigned low = round % 3 == 1 ? 0x80 : 1, high = round % 3 == 2 ? 0x7F : 0xFF;
+    std::string text;
+    while (text.size() < length) text += static_cast<char>(low + rng() % (high - low + 1));
+    ASSERT_EQ(CORBA::hash(text.c_str()), by_bytes(text)) << round;
+    ASSERT_EQ(_krl_hash(KRLStringWrapper(text.c_str())), by_bytes(text)) << round;
+  }
 }
 
 TEST(CorbaStringTest, CompareOrdersNilFirstAndBytesUnsigned) {

@@ -25,18 +25,20 @@
 /// slots only.
 ///
 /// Hint. `_last_slot` remembers where a lookup last hit. Every use compares the
-/// key found there, so a stale hint (after growth, removal or a move by
-/// Algorithm R) costs one comparison and is never wrong, and a repeated lookup
-/// of one key costs one comparison and no hash.
+/// key found there (after its cached hash), so a stale hint (after growth,
+/// removal or a move by Algorithm R) is never wrong, and a repeated lookup of
+/// one key costs one hash, one word test and one comparison, and no probe.
 ///
-/// Cached hash. Each node keeps its key's 32-bit product (`_mixed`), and a heap
-/// table keeps that product, lowest bit forced to 1, beside each slot pointer
-/// (0 for an empty slot). A probe passes an occupied slot whose product
-/// differs without calling compare, in a heap table without touching the node;
-/// Algorithm R and growth take home slots from the cached products instead of
+/// Cached hash. Beside the slot pointers the table keeps one 32-bit word a
+/// slot: the key's product _krl_hash(key) * 0x9e3779b9 with its lowest bit
+/// forced to 1, or 0 for an empty slot (`_hashes`: `_inline_hashes` for the
+/// inline table, the tail of the same block for a heap table). A probe, and the
+/// check of the remembered slot, pass a slot whose word differs without
+/// touching its node or calling compare, and a miss reads no slot pointer at
+/// all; Algorithm R and growth take home slots from the words instead of
 /// hashing keys again. This only saves work: the probe order, the home slots
-/// and the moves are exactly those of the rules above. It costs 4 bytes (8 with
-/// padding) a node and 4 bytes a heap slot.
+/// and the moves are exactly those of the rules above. It costs 4 bytes a
+/// slot.
 ///
 /// Storage. The first 32 slots live inside the object (`_inline_table`), so a
 /// dictionary of up to 28 entries allocates no table. The first growth moves to
@@ -66,22 +68,16 @@
 
 #include "krlport/exceptions/system_exception.h"
 
-/// One entry, allocated singly: the key, then the value, both owned, then the
-/// key's mixed hash.
+/// One entry, allocated singly: the key, then the value, both owned.
 template <class K, class V>
 struct KRLDictionaryNode {
-  /// Copies key and value in; mixed is the key's mixed hash.
-  KRLDictionaryNode(const K& key, const V& value, std::uint32_t mixed)
-      : _key(key), _value(value), _mixed(mixed) {}
+  /// Copies key and value in.
+  KRLDictionaryNode(const K& key, const V& value) : _key(key), _value(value) {}
 
   /// The key, owned by the node.
   K _key;
   /// The value, owned by the node.
   V _value;
-  /// _krl_hash(_key) * 0x9e3779b9 modulo 2^32, fixed while the node holds the
-  /// entry. Probes reject other keys by it without calling compare, and moves
-  /// and growth take the home slot from it without calling _krl_hash.
-  std::uint32_t _mixed;
 };
 
 namespace krl_internal {
@@ -156,8 +152,8 @@ inline unsigned long dictionary_home_slot(std::uint32_t mixed, unsigned long bit
   return static_cast<unsigned long>(mixed >> (32 - bits));
 }
 
-// Slot word of a heap table: the mixed hash with its lowest bit set, so that
-// 0 means an empty slot. The home slot, made of the top bits only, can be read
+// Slot word: the mixed hash with its lowest bit set, so that 0 means an empty
+// slot. The home slot, made of the top bits only, can be read
 // from it in any table of at most 2^31 slots.
 inline std::uint32_t dictionary_word(std::uint32_t mixed) { return mixed | 1u; }
 
@@ -169,14 +165,12 @@ inline bool dictionary_home_between(unsigned long i, unsigned long r, unsigned l
 
 // The table and its algorithms, written once for every dictionary type that
 // has the fields of KRLDictionary under their names (whatever else lies
-// between them) and the member types key_type, mapped_type and node_type.
-// The callers own the locking, if any.
+// between them), `_hashes` and `_inline_hashes`, and the member types
+// key_type, mapped_type and node_type. The callers own the locking, if any.
 //
 // A heap table is one block: `_capacity` node pointers, then `_capacity` slot
-// words (see dictionary_word) that mirror them. A probe of a large table reads
-// the words and touches a node only when its word matches; Algorithm R and
-// growth read home slots from the words. The inline table has no words: its
-// few nodes stay in cache, and their `_mixed` serves instead.
+// words (see dictionary_word) that mirror them; the inline table's words are
+// `_inline_hashes`. `_hashes` points at the words of the current table.
 template <class Dict>
 struct DictionaryCore {
   using Key = typename Dict::key_type;
@@ -198,6 +192,8 @@ struct DictionaryCore {
     d._bits = kDictionaryInlineBits;
     d._mask = kDictionaryInlineSlots - 1;
     d._cleanup = nullptr;
+    d._hashes = d._inline_hashes;
+    std::uninitialized_fill_n(d._inline_hashes, kDictionaryInlineSlots, 0u);
   }
 
   // Drops every entry (with _cleanup if asked), then frees the heap table and
@@ -208,66 +204,55 @@ struct DictionaryCore {
     while (d._free_count != 0) ::operator delete(d._free_nodes[--d._free_count]);
   }
 
-  static bool has_words(const Dict& d) { return d._table != d._inline_table; }
-  static std::uint32_t* words(const Dict& d) {
-    return reinterpret_cast<std::uint32_t*>(d._table + d._capacity);
+  // The key's slot word: its mixed hash, never 0.
+  static std::uint32_t word_of(const Key& key) {
+    return dictionary_word(dictionary_mix(_krl_hash(key)));
   }
-
-  // Stores `node` (or null) in a slot, keeping the word in step.
-  static void put(Dict& d, unsigned long slot, Node* node) {
-    d._table[slot] = node;
-    if (has_words(d)) words(d)[slot] = node == nullptr ? 0 : dictionary_word(node->_mixed);
-  }
-
-  static std::uint32_t mix(const Key& key) { return dictionary_mix(_krl_hash(key)); }
 
   // The key's node, or null. `slot` receives the key's slot, or the empty
-  // slot that ends its probe. Equal keys have equal hashes, so a node with
-  // another mixed hash is passed without compare; a miss in a heap table
-  // reads no slot pointer at all.
-  static Node* probe(const Dict& d, const Key& key, std::uint32_t mixed, unsigned long& slot) {
-    Node* const* table = d._table;
-    slot = dictionary_home_slot(mixed, d._bits);
-    if (!has_words(d)) {
-      for (;; slot = (slot - 1) & d._mask) {
-        Node* node = table[slot];
-        if (node == nullptr || (node->_mixed == mixed && compare(node->_key, key) == 0)) {
+  // slot that ends its probe. Equal keys have equal words, so a slot with
+  // another word is passed without reading its node.
+  static Node* probe(const Dict& d, const Key& key, std::uint32_t word, unsigned long& slot) {
+    const std::uint32_t* const hashes = d._hashes;
+    const unsigned long mask = d._mask;
+    unsigned long s = dictionary_home_slot(word, d._bits);
+    for (;; s = (s - 1) & mask) {
+      const std::uint32_t w = hashes[s];
+      if (w == word) {
+        Node* node = d._table[s];
+        if (compare(node->_key, key) == 0) {
+          slot = s;
           return node;
         }
+      } else if (w == 0) {
+        slot = s;
+        return nullptr;
       }
-    }
-    const std::uint32_t* word_of = words(d);
-    const std::uint32_t word = dictionary_word(mixed);
-    for (;; slot = (slot - 1) & d._mask) {
-      const std::uint32_t w = word_of[slot];
-      if (w == 0) return nullptr;
-      if (w != word) continue;
-      Node* node = table[slot];
-      if (node->_mixed == mixed && compare(node->_key, key) == 0) return node;
     }
   }
 
   static unsigned long find_slot(const Dict& d, const Key& key) {
     unsigned long slot;
-    probe(d, key, mix(key), slot);
+    probe(d, key, word_of(key), slot);
     return slot;
   }
 
-  // `_last_slot` if it holds the key, else kNone. A hint left beyond the table
-  // by a resize to fewer slots names no slot of the current table.
-  static unsigned long hint_slot(const Dict& d, const Key& key) {
+  // `_last_slot` if it holds the key, else kNone. The hint is read once: in
+  // a table shared by readers another one may store it meanwhile. A hint left
+  // beyond the table by a resize to fewer slots names no slot of the table.
+  static unsigned long hint_slot(const Dict& d, const Key& key, std::uint32_t word) {
     const unsigned long slot = d._last_slot;
-    if (slot >= d._capacity) return kNone;
-    const Node* node = d._table[slot];
-    return node != nullptr && compare(node->_key, key) == 0 ? slot : kNone;
+    if (slot > d._mask || d._hashes[slot] != word) return kNone;
+    return compare(d._table[slot]->_key, key) == 0 ? slot : kNone;
   }
 
   // The node of a present key for get/lookup, or null. A probe hit becomes
   // the hint; a hint hit leaves it.
   static Node* lookup_node(Dict& d, const Key& key) {
-    unsigned long slot = hint_slot(d, key);
+    const std::uint32_t word = word_of(key);
+    unsigned long slot = hint_slot(d, key, word);
     if (slot != kNone) return d._table[slot];
-    Node* node = probe(d, key, mix(key), slot);
+    Node* node = probe(d, key, word, slot);
     if (node != nullptr) d._last_slot = slot;
     return node;
   }
@@ -276,10 +261,11 @@ struct DictionaryCore {
   // `hint_hit` when the hint held the key; the caller then resets the hint to 0
   // after the removal. A probe hit leaves the hint alone.
   static unsigned long removal_slot(const Dict& d, const Key& key, bool& hint_hit) {
-    unsigned long slot = hint_slot(d, key);
+    const std::uint32_t word = word_of(key);
+    unsigned long slot = hint_slot(d, key, word);
     hint_hit = slot != kNone;
     if (hint_hit) return slot;
-    return probe(d, key, mix(key), slot) == nullptr ? kNone : slot;
+    return probe(d, key, word, slot) == nullptr ? kNone : slot;
   }
 
   // Gives the storage of a node whose key and value are destroyed back to the
@@ -294,11 +280,11 @@ struct DictionaryCore {
 
   // A node from the free list, or a new one, with key and value copied in. If
   // the allocation or a copy throws, nothing has changed.
-  static Node* new_node(Dict& d, const Key& key, const Value& value, std::uint32_t mixed) {
+  static Node* new_node(Dict& d, const Key& key, const Value& value) {
     void* storage =
         d._free_count != 0 ? d._free_nodes[--d._free_count] : ::operator new(sizeof(Node));
     try {
-      return ::new (storage) Node(key, value, mixed);
+      return ::new (storage) Node(key, value);
     } catch (...) {
       release_storage(d, storage);
       throw;
@@ -310,15 +296,16 @@ struct DictionaryCore {
     release_storage(d, node);
   }
 
-  // Stores a new entry in `slot`, the empty slot that ended the key's probe,
-  // makes it the hint if asked, and grows the table if fewer than 4 slots stay
-  // empty. If the node or the grown table cannot be had, std::bad_alloc leaves
-  // the dictionary as it was.
+  // Stores a new entry in `slot`, the empty slot that ended the probe for a
+  // key of word `word`, makes it the hint if asked, and grows the table if
+  // fewer than 4 slots stay empty. If the node or the grown table cannot be
+  // had, std::bad_alloc leaves the dictionary as it was.
   static void insert_at(Dict& d, unsigned long slot, const Key& key, const Value& value,
-                        std::uint32_t mixed, bool set_hint) {
-    Node* node = new_node(d, key, value, mixed);
+                        std::uint32_t word, bool set_hint) {
+    Node* node = new_node(d, key, value);
     const unsigned long old_hint = d._last_slot;
-    put(d, slot, node);
+    d._table[slot] = node;
+    d._hashes[slot] = word;
     if (set_hint) d._last_slot = slot;
     ++d._count;
     if (d._count + kDictionarySpareSlots <= d._capacity) return;
@@ -327,7 +314,8 @@ struct DictionaryCore {
     } catch (...) {
       // The slot was empty and ended the probe, so no chain ran through it:
       // emptying it again restores the table exactly.
-      put(d, slot, nullptr);
+      d._table[slot] = nullptr;
+      d._hashes[slot] = 0;
       --d._count;
       d._last_slot = old_hint;
       free_node(d, node);
@@ -337,10 +325,10 @@ struct DictionaryCore {
 
   // insert and add: false, changing nothing, if the key is present.
   static bool add(Dict& d, const Key& key, const Value& value) {
-    const std::uint32_t mixed = mix(key);
+    const std::uint32_t word = word_of(key);
     unsigned long slot;
-    if (probe(d, key, mixed, slot) != nullptr) return false;
-    insert_at(d, slot, key, value, mixed, true);
+    if (probe(d, key, word, slot) != nullptr) return false;
+    insert_at(d, slot, key, value, word, true);
     return true;
   }
 
@@ -359,27 +347,30 @@ struct DictionaryCore {
     const unsigned long capacity = 1UL << bits;
     static_assert(alignof(Node*) % alignof(std::uint32_t) == 0, "words follow the pointers");
     Node** table = static_cast<Node**>(::operator new(dictionary_table_bytes<Node>(capacity)));
+    std::uint32_t* const hashes = reinterpret_cast<std::uint32_t*>(table + capacity);
     std::uninitialized_fill_n(table, capacity, nullptr);
-    std::uninitialized_fill_n(reinterpret_cast<std::uint32_t*>(table + capacity), capacity, 0u);
+    std::uninitialized_fill_n(hashes, capacity, 0u);
 
     Node** const old_table = d._table;
+    const std::uint32_t* const old_hashes = d._hashes;
     const unsigned long old_capacity = d._capacity;
     const unsigned long old_count = d._count;
     d._table = table;
+    d._hashes = hashes;
     d._capacity = capacity;
     d._bits = bits;
     d._mask = capacity - 1;
     d._count = 0;
     if (old_count != 0 && old_capacity != 0) {
-      std::uint32_t* const word_of = words(d);
       for (unsigned long s = 0; s < old_capacity; ++s) {
-        Node* node = old_table[s];
-        if (node == nullptr) continue;
+        const std::uint32_t w = old_hashes[s];
+        if (w == 0) continue;
         // Keys are unique, so the probe can only end at an empty slot: no
         // comparison is needed to find it.
-        unsigned long slot = dictionary_home_slot(node->_mixed, bits);
-        while (word_of[slot] != 0) slot = (slot - 1) & d._mask;
-        put(d, slot, node);
+        unsigned long slot = dictionary_home_slot(w, bits);
+        while (hashes[slot] != 0) slot = (slot - 1) & d._mask;
+        table[slot] = old_table[s];
+        hashes[slot] = w;
         ++d._count;
       }
     }
@@ -390,37 +381,23 @@ struct DictionaryCore {
   // _cleanup if asked and set) and closes the hole.
   static void remove_slot(Dict& d, unsigned long slot, bool run_cleanup) {
     Node** const table = d._table;
+    std::uint32_t* const hashes = d._hashes;
     Node* node = table[slot];
     if (run_cleanup && d._cleanup != nullptr) d._cleanup(node->_key, node->_value);
     free_node(d, node);
     unsigned long hole = slot;
     table[hole] = nullptr;
-    if (has_words(d)) {
-      std::uint32_t* const word_of = words(d);
-      word_of[hole] = 0;
-      for (unsigned long i = hole;;) {
-        i = (i - 1) & d._mask;
-        const std::uint32_t w = word_of[i];
-        if (w == 0) break;
-        if (dictionary_home_between(i, dictionary_home_slot(w, d._bits), hole)) continue;
-        table[hole] = table[i];
-        word_of[hole] = w;
-        table[i] = nullptr;
-        word_of[i] = 0;
-        hole = i;
-      }
-    } else {
-      for (unsigned long i = hole;;) {
-        i = (i - 1) & d._mask;
-        Node* below = table[i];
-        if (below == nullptr) break;
-        if (dictionary_home_between(i, dictionary_home_slot(below->_mixed, d._bits), hole)) {
-          continue;
-        }
-        table[hole] = below;
-        table[i] = nullptr;
-        hole = i;
-      }
+    hashes[hole] = 0;
+    for (unsigned long i = hole;;) {
+      i = (i - 1) & d._mask;
+      const std::uint32_t w = hashes[i];
+      if (w == 0) break;
+      if (dictionary_home_between(i, dictionary_home_slot(w, d._bits), hole)) continue;
+      table[hole] = table[i];
+      hashes[hole] = w;
+      table[i] = nullptr;
+      hashes[i] = 0;
+      hole = i;
     }
     --d._count;
   }
@@ -434,7 +411,8 @@ struct DictionaryCore {
       if (run_cleanup && d._cleanup != nullptr) d._cleanup(node->_key, node->_value);
       free_node(d, node);
       --d._count;
-      put(d, s, nullptr);
+      d._table[s] = nullptr;
+      d._hashes[s] = 0;
     }
   }
 };
@@ -477,7 +455,7 @@ class KRLDictionary {
   /// Probes without using or setting the hint.
   bool contains(const K& key) const {
     unsigned long slot;
-    return Core::probe(*this, key, Core::mix(key), slot) != nullptr;
+    return Core::probe(*this, key, Core::word_of(key), slot) != nullptr;
   }
 
   /// A copy of the key's value; a missing key throws CORBA_OBJECT_NOT_EXIST.
@@ -545,7 +523,7 @@ class KRLDictionary {
   static unsigned long _size_for(unsigned long size) { return Core::size_for(size); }
   /// A node for the entry, from the free list or the heap; std::bad_alloc
   /// if none can be had. Does not insert it.
-  node_type* _new_node(K key, V value) { return Core::new_node(*this, key, value, Core::mix(key)); }
+  node_type* _new_node(K key, V value) { return Core::new_node(*this, key, value); }
   /// Destroys the node's key and value and parks or frees its storage.
   void _free_node(node_type* node) { Core::free_node(*this, node); }
   /// Drops the entry in slot (calling _cleanup if run_cleanup) and closes the
@@ -556,7 +534,7 @@ class KRLDictionary {
 
   unsigned long _capacity;  ///< slots, a power of two
   unsigned long _count;     ///< occupied slots
-  node_type** _table;       ///< _inline_table or a heap block of _capacity slots and words
+  node_type** _table;       ///< _inline_table or a heap block of _capacity slots, then words
   /// The first 32 slots, inside the object.
   node_type* _inline_table[krl_internal::kDictionaryInlineSlots];
   unsigned short _free_count;                                  ///< nodes on the free list, 0 to 32
@@ -565,6 +543,11 @@ class KRLDictionary {
   unsigned long _bits;       ///< log2(_capacity)
   unsigned long _mask;       ///< _capacity - 1
   cleanup_type _cleanup;     ///< null: no call
+  /// The slot words of _table (see dictionary_word): _inline_hashes, or the
+  /// tail of the heap block.
+  std::uint32_t* _hashes;
+  /// The words of the inline table.
+  std::uint32_t _inline_hashes[krl_internal::kDictionaryInlineSlots];
 
  private:
   typedef krl_internal::DictionaryCore<KRLDictionary> Core;

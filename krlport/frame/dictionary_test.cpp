@@ -11,14 +11,14 @@
 
 namespace {
 
-// A key whose hash the test chooses; the hash calls are counted.
+// A key whose hash the test chooses; the comparisons are counted.
 struct Key {
   long id;
   unsigned long hash;
 };
-int g_hashes = 0;
-long compare(const Key& a, const Key& b) { return a.id - b.id; }
-unsigned long _krl_hash(const Key& k) { return ++g_hashes, k.hash; }
+int g_compares = 0;
+long compare(const Key& a, const Key& b) { return ++g_compares, a.id - b.id; }
+unsigned long _krl_hash(const Key& k) { return k.hash; }
 
 // The home slot by the documented rule, and a key with a given home among 32
 // slots (the hash is the product times the inverse of 0x9e3779b9 mod 2^32).
@@ -54,17 +54,26 @@ TEST_P(DictionaryProbe, RemovalClosesTheHoleAcrossTheWrap) {
   for (long id : {1, 3, 4, 5}) EXPECT_EQ(d.get(At(id, id == 3 ? 31 : 1)), id);
 }
 
-// A hit through the hint needs no hash; a hint beyond the table, as a resize
-// to fewer slots may leave it, is ignored.
-TEST(Dictionary, LastSlotHint) {
+// A hit through the hint is one comparison, and a hint holding another key is
+// passed by its cached hash without one; a hint beyond the table, as a resize
+// to fewer slots may leave it, is ignored. Keys of equal hash are told apart
+// by compare, in the hint as in the probe.
+TEST_P(DictionaryProbe, LastSlotHintIsCheckedByHashThenKey) {
   Dict d;
+  if (GetParam()) d.resize(0);
   for (long i = 1; i <= 4; ++i) d.insert(At(i, 4 * i), int(i));
+  d.insert(Key{5, At(1, 4).hash}, 5);  // same hash as key 1, one slot below it
   EXPECT_EQ(d.get(At(1, 4)), 1);
-  g_hashes = 0;
+  g_compares = 0;
   EXPECT_TRUE(d.contains(At(2, 8)));  // neither uses nor sets it
   EXPECT_EQ(d.get(At(1, 4)), 1);
-  EXPECT_EQ(g_hashes, 1);
-  d.resize(0);  // a heap table: its hash words follow the slot pointers
+  EXPECT_EQ(g_compares, 2);  // contains, then the hint
+  EXPECT_EQ(d.get(At(3, 12)), 3);  // hint passed by hash: one comparison in the probe
+  EXPECT_EQ(g_compares, 3);
+  EXPECT_EQ(d.get(Key{5, At(1, 4).hash}), 5);
+  EXPECT_EQ(d._last_slot, 3u);
+  EXPECT_EQ(d.get(At(1, 4)), 1);  // same hash in the hint, another key
+  d.resize(0);
   d.insert(At(11, 0), 11);
   d._last_slot = 32;
   EXPECT_EQ(d.get(At(1, 4)), 1);

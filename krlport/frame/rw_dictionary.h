@@ -62,7 +62,7 @@ class KRLRWDictionary {
   bool contains(const K& key) const {
     KRLRLock_var hold(_lock, 1);
     unsigned long slot;
-    return Core::probe(*this, key, Core::mix(key), slot) != nullptr;
+    return Core::probe(*this, key, Core::word_of(key), slot) != nullptr;
   }
 
   /// Copies the key's value into `value` and gives true, or gives false and
@@ -81,15 +81,15 @@ class KRLRWDictionary {
   /// std::bad_alloc from a growth leaves the dictionary as it was.
   bool put(const K& key, V value, V& old_value) {
     KRLWLock_var hold(_lock, 1);
-    const std::uint32_t mixed = Core::mix(key);
+    const std::uint32_t word = Core::word_of(key);
     unsigned long slot;
-    node_type* node = Core::probe(*this, key, mixed, slot);
+    node_type* node = Core::probe(*this, key, word, slot);
     if (node != nullptr) {
       old_value = node->_value;
       node->_value = value;
       return true;
     }
-    Core::insert_at(*this, slot, key, value, mixed, false);
+    Core::insert_at(*this, slot, key, value, word, false);
     return false;
   }
 
@@ -99,7 +99,7 @@ class KRLRWDictionary {
   friend struct krl_internal::RWDictionaryPeer;
 
   // The fields of KRLDictionary in their order, with the lock behind the
-  // inline table. All but `_lock` are guarded by `_lock`: written under the
+  // inline table, and the slot words. All but `_lock` are guarded by `_lock`: written under the
   // write lock, read under either (`_last_slot` also written under the read
   // lock, see above).
   unsigned long _capacity;
@@ -113,6 +113,8 @@ class KRLRWDictionary {
   unsigned long _bits;
   unsigned long _mask;
   cleanup_type _cleanup;
+  std::uint32_t* _hashes;
+  std::uint32_t _inline_hashes[krl_internal::kDictionaryInlineSlots];
 };
 
 #endif  // KRLPORT_FRAME_RW_DICTIONARY_H_

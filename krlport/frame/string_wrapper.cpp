@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "krlport/frame/corba.h"
+#include "krlport/frame/string_hash.h"
 
 long compare(const KRLStringWrapper& a, const KRLStringWrapper& b) {
   if (a._str == nullptr) return b._str == nullptr ? 0 : -1;
@@ -11,4 +12,7 @@ long compare(const KRLStringWrapper& a, const KRLStringWrapper& b) {
   return (r > 0) - (r < 0);
 }
 
-unsigned long _krl_hash(const KRLStringWrapper& s) { return CORBA::hash(s._str); }
+// CORBA::hash, inlined: a dictionary keyed by ids calls this on every access.
+unsigned long _krl_hash(const KRLStringWrapper& s) {
+  return s._str == nullptr ? 0 : krl_internal::shift_xor_hash(s._str, std::strlen(s._str));
+}
