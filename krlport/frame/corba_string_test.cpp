@@ -83,6 +83,12 @@ TEST(CorbaStringTest, CompareOrdersNilFirstAndBytesUnsigned) {
   EXPECT_EQ(compare(CORBA_String_var("\xE9"), CORBA_String_var("A")), 1);
   EXPECT_EQ(_krl_hash(CORBA_String_var("abc")), 0x123UL);
   EXPECT_EQ(_krl_hash(KRLStringWrapper()), 0UL);
+  // The dictionary's inline equality agrees with compare == 0.
+  const KRLStringWrapper all[] = {nil, empty, a, e9, ab, KRLStringWrapper("AC")};
+  for (const KRLStringWrapper& x : all)
+    for (const KRLStringWrapper& y : all)
+      EXPECT_EQ(krl_dictionary_equal(x, y), compare(x, y) == 0) << x._str << " " << y._str;
+  EXPECT_TRUE(krl_dictionary_equal(ab, KRLStringWrapper("AB")));
 }
 
 TEST(Utf16Test, Utf8FormReplacesLoneSurrogates) {

@@ -80,6 +80,20 @@ struct KRLDictionaryNode {
   V _value;
 };
 
+/// The dictionary's own view of a key's hash and equality: _krl_hash(k) and
+/// compare(a, b) == 0. A key type may give inline overloads of these (found
+/// by argument-dependent lookup) that return exactly the same, to spare a call
+/// into the library on every probe.
+template <class K>
+inline unsigned long krl_dictionary_hash(const K& k) {
+  return _krl_hash(k);
+}
+/// See krl_dictionary_hash.
+template <class K>
+inline bool krl_dictionary_equal(const K& a, const K& b) {
+  return compare(a, b) == 0;
+}
+
 namespace krl_internal {
 
 // 2^32 divided by the golden ratio. Odd, so multiplying by it permutes the
@@ -206,7 +220,7 @@ struct DictionaryCore {
 
   // The key's slot word: its mixed hash, never 0.
   static std::uint32_t word_of(const Key& key) {
-    return dictionary_word(dictionary_mix(_krl_hash(key)));
+    return dictionary_word(dictionary_mix(krl_dictionary_hash(key)));
   }
 
   // The key's node, or null. `slot` receives the key's slot, or the empty
@@ -220,7 +234,7 @@ struct DictionaryCore {
       const std::uint32_t w = hashes[s];
       if (w == word) {
         Node* node = d._table[s];
-        if (compare(node->_key, key) == 0) {
+        if (krl_dictionary_equal(node->_key, key)) {
           slot = s;
           return node;
         }
@@ -243,7 +257,7 @@ struct DictionaryCore {
   static unsigned long hint_slot(const Dict& d, const Key& key, std::uint32_t word) {
     const unsigned long slot = d._last_slot;
     if (slot > d._mask || d._hashes[slot] != word) return kNone;
-    return compare(d._table[slot]->_key, key) == 0 ? slot : kNone;
+    return krl_dictionary_equal(d._table[slot]->_key, key) ? slot : kNone;
   }
 
   // The node of a present key for get/lookup, or null. A probe hit becomes
@@ -252,6 +266,23 @@ struct DictionaryCore {
     const std::uint32_t word = word_of(key);
     unsigned long slot = hint_slot(d, key, word);
     if (slot != kNone) return d._table[slot];
+    // Most hits lie in the home slot or the one below it. Both words and both
+    // node pointers are loaded at once and the candidate is chosen without a
+    // branch, so that one lookup's cache misses overlap the next one's; any
+    // other case takes the full probe, which gives the same slot.
+    const unsigned long home = dictionary_home_slot(word, d._bits);
+    const unsigned long below = (home - 1) & d._mask;
+    const std::uint32_t w0 = d._hashes[home];
+    const std::uint32_t w1 = d._hashes[below];
+    Node* const n0 = d._table[home];
+    Node* const n1 = d._table[below];
+    const bool at_home = w0 == word;
+    Node* const candidate = at_home ? n0 : n1;
+    const unsigned long candidate_slot = at_home ? home : below;
+    if ((at_home | ((w0 != 0) & (w1 == word))) && krl_dictionary_equal(candidate->_key, key)) {
+      d._last_slot = candidate_slot;
+      return candidate;
+    }
     Node* node = probe(d, key, word, slot);
     if (node != nullptr) d._last_slot = slot;
     return node;

@@ -4,6 +4,8 @@
 #ifndef KRLPORT_FRAME_STRING_WRAPPER_H_
 #define KRLPORT_FRAME_STRING_WRAPPER_H_
 
+#include <cstring>
+
 #include "krlport/frame/export.h"
 
 /// A dictionary key that refers to a narrow string and owns nothing; the text
@@ -30,5 +32,12 @@ struct KRL_EXPORT KRLStringWrapper {
 KRL_EXPORT long compare(const KRLStringWrapper& a, const KRLStringWrapper& b);
 /// CORBA::hash of the text.
 KRL_EXPORT unsigned long _krl_hash(const KRLStringWrapper& s);
+
+/// compare(a, b) == 0, inline, for the dictionary's probes: the first bytes
+/// are tested before strcmp is called.
+inline bool krl_dictionary_equal(const KRLStringWrapper& a, const KRLStringWrapper& b) {
+  if (a._str == nullptr || b._str == nullptr) return a._str == b._str;
+  return a._str[0] == b._str[0] && std::strcmp(a._str, b._str) == 0;
+}
 
 #endif  // KRLPORT_FRAME_STRING_WRAPPER_H_
