@@ -77,7 +77,8 @@ struct KeySet<KRLObjWrap> {
   struct Object {
     char bytes[32];
   };
-  explicit KeySet(std::size_t n) : objects(std::make_shared<std::vector<std::unique_ptr<Object>>>()) {
+  explicit KeySet(std::size_t n)
+      : objects(std::make_shared<std::vector<std::unique_ptr<Object>>>()) {
     for (std::size_t i = 0; i < n; ++i) objects->emplace_back(new Object());
     std::shuffle(objects->begin(), objects->end(), std::mt19937(3));
     for (const auto& o : *objects) keys.emplace_back(o.get());
@@ -157,7 +158,8 @@ template <class Map>
 struct Fixture {
   using Key = typename Map::key_type;
   Fixture(std::size_t n, std::size_t first, std::size_t total)
-      : stored(keys_for<Key>(total).stored), probes(keys_for<Key>(total).probes),
+      : stored(keys_for<Key>(total).stored),
+        probes(keys_for<Key>(total).probes),
         order(order_for(n, first)) {
     for (std::size_t i = 0; i < n; ++i) map.insert(stored, i, const_cast<Key*>(&stored.keys[i]));
   }

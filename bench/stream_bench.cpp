@@ -178,14 +178,10 @@ void std_write_strings(std::ostream& text) {
   for (const std::string& s : texts()) text << s.size() + 1 << '"' << s << "\"\n";
 }
 
-void BM_KrlWriteInt(benchmark::State& state) {
-  run_writes(state, krl_write_ints, std_write_ints);
-}
+void BM_KrlWriteInt(benchmark::State& state) { run_writes(state, krl_write_ints, std_write_ints); }
 BENCHMARK(BM_KrlWriteInt);
 
-void BM_StdWriteInt(benchmark::State& state) {
-  run_writes(state, std_write_ints, krl_write_ints);
-}
+void BM_StdWriteInt(benchmark::State& state) { run_writes(state, std_write_ints, krl_write_ints); }
 BENCHMARK(BM_StdWriteInt);
 
 void BM_KrlWriteUnsignedLong(benchmark::State& state) {

@@ -85,7 +85,8 @@ namespace krl_internal {
 // The cache is KRLThreadLocal::instance's own, read inline: a repeated call
 // makes no exported call and takes no lock.
 CurrentEnvironment* CurrentEnvironment::instance() {
-  const unsigned long key = krl_internal::atomic_load(&_key_id, krl_internal::MemoryOrder::kAcquire);
+  const unsigned long key =
+      krl_internal::atomic_load(&_key_id, krl_internal::MemoryOrder::kAcquire);
   if (key != 0) {
     if (KRLThreadLocal* object = krl_internal::cached_thread_local(key))
       return static_cast<CurrentEnvironment*>(object);

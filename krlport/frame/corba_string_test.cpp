@@ -55,7 +55,8 @@ TEST(CorbaStringTest, HashIsShiftXorOfSignExtendedBytes) {
 TEST(CorbaStringTest, HashMatchesTheByteLoopOnRandomTexts) {
   const auto by_bytes = [](const std::string& text) {
     std::uint32_t h = 0;
-    for (const char c : text) h = (h << 1) ^ static_cast<std::uint32_t>(static_cast<signed char>(c));
+    for (const char c : text)
+      h = (h << 1) ^ static_cast<std::uint32_t>(static_cast<signed char>(c));
     return static_cast<unsigned long>(h & 0x7FFFFFFF);
   };
   std::mt19937 rng(14);

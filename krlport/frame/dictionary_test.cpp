@@ -67,7 +67,7 @@ TEST_P(DictionaryProbe, LastSlotHintIsCheckedByHashThenKey) {
   g_compares = 0;
   EXPECT_TRUE(d.contains(At(2, 8)));  // neither uses nor sets it
   EXPECT_EQ(d.get(At(1, 4)), 1);
-  EXPECT_EQ(g_compares, 2);  // contains, then the hint
+  EXPECT_EQ(g_compares, 2);        // contains, then the hint
   EXPECT_EQ(d.get(At(3, 12)), 3);  // hint passed by hash: one comparison in the probe
   EXPECT_EQ(g_compares, 3);
   EXPECT_EQ(d.get(Key{5, At(1, 4).hash}), 5);

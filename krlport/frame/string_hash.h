@@ -37,7 +37,7 @@ unsigned long shift_xor_hash(const Unit* s) {
 inline std::uint32_t shift_xor_block(std::uint64_t x) {
   constexpr std::uint64_t kBytes = 0x00FF00FF00FF00FFull;
   constexpr std::uint64_t kPairs = 0x0000FFFF0000FFFFull;
-  const std::uint64_t pairs = ((x & kBytes) << 1) ^ ((x >> 8) & kBytes);        // 9 bits a lane
+  const std::uint64_t pairs = ((x & kBytes) << 1) ^ ((x >> 8) & kBytes);           // 9 bits a lane
   const std::uint64_t quads = ((pairs & kPairs) << 2) ^ ((pairs >> 16) & kPairs);  // 11 bits
   return static_cast<std::uint32_t>((quads << 4) ^ (quads >> 32));
 }
@@ -71,8 +71,8 @@ inline unsigned long shift_xor_hash(const char* s, std::size_t n) {
   for (std::size_t m = 0; 8 * m < window; ++m) {
     // Block m: the bytes at distances 8m to 8m + 7. A last, partial block is
     // the text's first word shifted up, the bytes of block m - 1 out.
-    const std::uint64_t x =
-        8 * (m + 1) <= window ? load_le64(end - 8 * (m + 1)) : load_le64(s) << (8 * (8 * (m + 1) - n));
+    const std::uint64_t x = 8 * (m + 1) <= window ? load_le64(end - 8 * (m + 1))
+                                                  : load_le64(s) << (8 * (8 * (m + 1) - n));
     h ^= shift_xor_block(x) << (8 * m);
     if ((x & 0x8080808080808080ull) != 0) high |= shift_xor_signs(x) << (8 * m);
   }

@@ -13,7 +13,7 @@ using krl_internal::lock_room;
 namespace {
 
 // The layout of `_state`: flags in the low two bits, holders above them.
-constexpr long kWritersWait = 1;   // `_waiting_writers` is not 0
+constexpr long kWritersWait = 1;    // `_waiting_writers` is not 0
 constexpr long kReadersAsleep = 2;  // readers may sleep on `_readers`
 constexpr long kFlags = kWritersWait | kReadersAsleep;
 constexpr long kReader = 4;         // one reader more inside
@@ -242,8 +242,7 @@ void KRLRWLock::upgrade_to_write_lock() {
         return;
       }
     } else if (_state.compare_exchange_weak(s, (s - kReader) | kWritersWait,
-                                            std::memory_order_release,
-                                            std::memory_order_relaxed)) {
+                                            std::memory_order_release, std::memory_order_relaxed)) {
       break;
     }
   }

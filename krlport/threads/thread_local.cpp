@@ -54,9 +54,7 @@ struct ThreadLocalPerThread {
 
 // Null only where per-thread memory could not be had; such a thread has no
 // incarnation, registers nothing and caches nothing.
-ThreadLocalPerThread* per_thread() {
-  return krl_internal::ThreadSlot<ThreadLocalPerThread>::get();
-}
+ThreadLocalPerThread* per_thread() { return krl_internal::ThreadSlot<ThreadLocalPerThread>::get(); }
 
 unsigned long long current_incarnation() {
   const ThreadLocalPerThread* t = per_thread();
