@@ -14,21 +14,31 @@
 //
 // Windows: a CRITICAL_SECTION, out of line in lock_win.cpp.
 //
-// Elsewhere: one word says whether the lock is held and whether anyone may be
-// asleep on it; the owner's thread id and the depth sit beside it. The fast
-// paths below (free lock, re-entry, release without sleepers) are inline and
-// make no system call; a thread that finds the lock held sleeps in the
-// system's wait-on-address call, out of line in lock_posix.cpp. The owner
-// field makes re-entry a compare and an increment.
+// Elsewhere: one word says whether the lock is held; the owner's thread id
+// and the depth sit beside it. The fast paths below (free lock, re-entry,
+// release) are inline and make no system call; a thread that finds the lock
+// held sleeps in the system's wait-on-address call, out of line in
+// lock_posix.cpp.
 //
-// Lifetime: a release's last touch of the lock is the exchange that frees the
-// word. A wake-up after it hands the kernel only the word's address, and a
-// FUTEX_WAKE of a private futex reads no user memory, so the thread that gets
-// the lock next may destroy it at once.
+// Sleepers are counted outside the lock, in one of a few process-wide
+// buckets chosen by the lock's address, so that a release is a plain store
+// followed by a plain load of its bucket: no locked instruction. The store and
+// the load could pass each other in the processor; a sleeper makes that
+// harmless by forcing a full fence on every running thread of the process
+// (membarrier) after counting itself and before it looks at the word, so
+// either the release sees the count or the sleeper sees the word free. Where
+// the system has no such call, a release fences itself. A count shared by
+// several locks only costs a wake-up call that finds nobody.
+//
+// Lifetime: a release's last touch of the lock is the store that frees the
+// word. After it, it reads only its bucket (never freed) and may hand the
+// kernel the word's address, and a FUTEX_WAKE of a private futex reads no user
+// memory, so the thread that gets the lock next may destroy it at once.
 #ifndef KRLPORT_PLATFORM_LOCK_H_
 #define KRLPORT_PLATFORM_LOCK_H_
 
 #include <cstddef>
+#include <cstdint>
 
 #include "krlport/platform/thread.h"
 
@@ -63,7 +73,7 @@ bool lock_held(LockRoom* r);
 #else
 
 struct RecursiveLock {
-  // 0 free; 1 held, nobody asleep; 2 held, a thread may be asleep on it.
+  // 0 free, 1 held.
   std::atomic<int> word;
   // Id of the owner thread, 0 while free. Written by the owner only; any
   // thread may read it, and only the owner can find its own id there.
@@ -81,10 +91,30 @@ inline RecursiveLock& recursive_lock(LockRoom* r) {
   return *std::launder(reinterpret_cast<RecursiveLock*>(r));
 }
 
+// Threads asleep on, or on their way to sleep on, the locks of one bucket.
+// A sleeper adds itself; whoever wakes it takes it out. Own cache line each:
+// releases of unrelated locks read them.
+struct alignas(64) LockSleepers {
+  std::atomic<int> count;
+};
+constexpr std::size_t kLockSleeperBuckets = 64;
+extern LockSleepers g_lock_sleepers[kLockSleeperBuckets];
+
+inline std::atomic<int>& lock_sleepers(const RecursiveLock* l) {
+  const auto line = reinterpret_cast<std::uintptr_t>(l) / 64;
+  return g_lock_sleepers[line % kLockSleeperBuckets].count;
+}
+
+// True once sleepers fence every running thread (see above); never goes back
+// to false. While false, a release fences itself.
+extern std::atomic<bool> g_lock_sleepers_fence_all;
+
 // Slow paths, in lock_<system>.cpp. Out of line whole, so that the inline
 // fast paths need no registers saved around a call that they rarely make.
-void lock_wait(RecursiveLock& l);        // takes a held word, sleeping while held, and owns it
-void lock_wake(std::atomic<int>* word);  // wakes one sleeper; uses the address only
+void lock_wait(RecursiveLock& l);  // takes a held word, sleeping while held, and owns it
+// Wakes one sleeper on the word and takes it out of sleepers. Uses the word's
+// address only.
+void lock_wake(std::atomic<int>* word, std::atomic<int>& sleepers);
 
 // Constructs a free lock in s.
 inline void lock_init(LockRoom* r) {
@@ -137,9 +167,19 @@ inline void lock_release(LockRoom* r) {
   if (--l.depth != 0) return;
   l.owner.store(0, std::memory_order_relaxed);
   std::atomic<int>* const word = &l.word;
-  // From the exchange on, the lock may belong to another thread, which may
+  std::atomic<int>& sleepers = lock_sleepers(&l);
+  // From the store on, the lock may belong to another thread, which may
   // destroy it: only the word's address is used.
-  if (word->exchange(0, std::memory_order_release) == 2) lock_wake(word);
+  word->store(0, std::memory_order_release);
+  // The store must reach memory before the load below reads the count:
+  // sleepers see to it on the processor, this fence keeps the compiler from
+  // swapping the two.
+  if (g_lock_sleepers_fence_all.load(std::memory_order_relaxed)) {
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+  } else {
+    std::atomic_thread_fence(std::memory_order_seq_cst);
+  }
+  if (sleepers.load(std::memory_order_relaxed) != 0) lock_wake(word, sleepers);
 }
 
 inline bool lock_held(LockRoom* r) { return recursive_lock(r).word.load() != 0; }

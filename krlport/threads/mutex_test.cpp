@@ -82,6 +82,32 @@ TEST(KRLIMutexTest, CounterLosesNoIncrementUnderAGuard) {
   expect_no_lost_increment<KRLRSpinMutex>();
 }
 
+#ifndef _WIN32
+// Owners that sometimes hold the lock long enough for waiters to pass their
+// short first sleep, and hand it over quickly otherwise. A sleeper missed by
+// a release hangs here; a sleeper counted out twice, or never, leaves its
+// bucket's count off zero, and every later release there would call the
+// system.
+TEST(KRLMutexTest, SleepersAreCountedOutOnceTheyGetIn) {
+  KRLMutex m;
+  long counter = 0;  // guarded by m
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < 2000; ++i) {
+        KRLMutex_var guard(m, 1);
+        if (++counter % 256 == 0) std::this_thread::sleep_for(std::chrono::microseconds(300));
+      }
+    });
+  }
+  for (std::thread& t : threads) t.join();
+  EXPECT_EQ(counter, 4 * 2000);
+  for (const krl_internal::LockSleepers& bucket : krl_internal::g_lock_sleepers) {
+    EXPECT_EQ(bucket.count.load(), 0);
+  }
+}
+#endif
+
 TEST(KRLMutexShutdownTest, NoSystemWeRunOnSetsTheFlag) {
   KRLMutex::shutdown();
   EXPECT_EQ(krl_internal::mutex_shutdown_flag(), 0);
