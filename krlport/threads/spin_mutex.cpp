@@ -69,33 +69,39 @@ bool try_own(unsigned long* owner, unsigned long self) {
                                  MemoryOrder::kRelaxed);
 }
 
-// After a failed attempt: yields, tries again until the record is self's,
-// and enters at depth 1. Out of line, so that the path that gets in at once
-// saves no registers.
-__attribute__((noinline)) void own_after_yielding(KRLSpinRecord* record, unsigned long self) {
-  do {
-    krl_internal::yield_processor();
-  } while (!try_own(&record->_owner, self));
+// Everything but a free record and a known id: re-entry (`owner` is the
+// owner the attempt found, or 0 if none was made), then yielding until the
+// record is self's. Out of line, so that the path that gets in at once saves
+// no registers.
+__attribute__((noinline)) void lock_slowly(KRLSpinRecord* record, unsigned long owner) {
+  const unsigned long self = krl_internal::current_thread_id();
+  const bool attempted = owner != 0;  // a failed attempt always finds an owner
+  // Only this thread ever stores its own id, so seeing it means we own it.
+  if (!attempted) owner = atomic_load(&record->_owner, MemoryOrder::kRelaxed);
+  if (owner == self) {
+    ++record->_depth;
+    return;
+  }
+  if (attempted) krl_internal::yield_processor();
+  while (!try_own(&record->_owner, self)) krl_internal::yield_processor();
   record->_depth = 1;
 }
 
 }  // namespace
 
+// The free record is tried first: a failed attempt tells the owner, so
+// re-entry needs no read of its own.
 void KRLRSpinMutex::lock() {
   KRLSpinRecord* const record = _record;
   if (record == nullptr) return;
-  const unsigned long self = krl_internal::current_thread_id();
-  // The record is read only after the id is known (see lock_release).
-  std::atomic_signal_fence(std::memory_order_seq_cst);
-  // Only this thread ever stores its own id, so seeing it means we own it.
-  unsigned long owner = atomic_load(&record->_owner, MemoryOrder::kRelaxed);
-  if (owner != self &&
-      (owner != 0 || !atomic_compare_exchange(&record->_owner, &owner, self, false,
-                                              MemoryOrder::kAcquire, MemoryOrder::kRelaxed))) {
-    own_after_yielding(record, self);
+  const unsigned long self = krl_internal::cached_thread_id();
+  unsigned long owner = 0;
+  if (self != 0 && atomic_compare_exchange(&record->_owner, &owner, self, false,
+                                           MemoryOrder::kAcquire, MemoryOrder::kRelaxed)) {
+    record->_depth = 1;
     return;
   }
-  ++record->_depth;
+  lock_slowly(record, owner);
 }
 
 void KRLRSpinMutex::unlock() {
