@@ -88,7 +88,7 @@ ALLOWED_INCLUDES = {
     ("krlport/frame/dictionary.h", "krlport/exceptions/system_exception.h"):
         "inserting a present key throws CORBA_BAD_PARAM",
     ("krlport/frame/resource.h", "krlport/threads/spin_mutex.h"):
-        "a resource's count is guarded by a spin mutex of its own",
+        "a count block carries its spin mutex, built with the block",
     ("krlport/frame/count_block_pool.h", "krlport/threads/spin_mutex.h"):
         "the pool's count blocks carry the resource's spin mutex",
     ("krlport/frame/count_block_pool.h", "krlport/threads/spin_pool.h"):
