@@ -85,6 +85,63 @@ inline unsigned long shift_xor_hash(const char* s, std::size_t n) {
   return (h ^ fill) & 0x7FFFFFFFu;
 }
 
+// CORBA::hash of the text at s (not null), in one pass from its start, so
+// that no strlen has to finish first. Rolled over a word of eight bytes
+// b0..b7 the byte loop turns h into (h << 8) ^ XOR of sext(b_i) << (7 - i);
+// the zero-extended part of that is shift_xor_block. A text with a byte from
+// 0x80 up is rare (ids never have one) and takes the fold above once its
+// length is known.
+//
+// The reads are aligned words. Such a word never straddles two pages, so
+// reading the whole word that holds the first byte or the terminator is safe
+// wherever the text lies; the bytes before s and after the terminator in it
+// are masked out and do not change the result. The sanitizers would still
+// report those bytes (or a racing write to them) as out of bounds, hence
+// their exemption here, and here only.
+#if defined(__GNUC__)
+// Out of line, so that the common case needs no saved registers.
+__attribute__((noinline, cold)) inline unsigned long shift_xor_hash_rare(const char* s,
+                                                                         std::size_t n) {
+  return shift_xor_hash(s, n);
+}
+
+__attribute__((no_sanitize("address", "thread"))) inline unsigned long shift_xor_hash_text(
+    const char* s) {
+  if (!kLittleEndian) return shift_xor_hash(s, std::strlen(s));
+  typedef std::uint64_t Word __attribute__((may_alias));
+  constexpr std::uint64_t kOnes = 0x0101010101010101ull;
+  constexpr std::uint64_t kHighs = 0x8080808080808080ull;
+  const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(s);
+  const auto offset = static_cast<unsigned>(address & 7);
+  const char* p = reinterpret_cast<const char*>(address - offset);
+  // The bytes before s count as zeros in the fold (h is still 0 there) and as
+  // non-zero in the search for the terminator.
+  const std::uint64_t before = (std::uint64_t{1} << (8 * offset)) - 1;
+  std::uint64_t x = *reinterpret_cast<const Word*>(p) & ~before;
+  std::uint64_t probe = x | before;
+  std::uint64_t h = 0;  // exact in its low 32 bits, the only ones kept
+  std::uint64_t seen = 0;
+  std::uint64_t zeros;
+  while ((zeros = (probe - kOnes) & ~probe & kHighs) == 0) {
+    h = (h << 8) ^ shift_xor_block(x);
+    seen |= x;
+    p += 8;
+    x = probe = *reinterpret_cast<const Word*>(p);
+  }
+  // The lowest flag is the terminator's; the k bytes below it end the text.
+  const auto k = static_cast<unsigned>(__builtin_ctzll(zeros)) / 8;
+  const std::uint64_t tail = x & ((zeros ^ (zeros - 1)) >> 8);
+  if (((seen | tail) & kHighs) != 0)
+    return shift_xor_hash_rare(s, static_cast<std::size_t>(p + k - s));
+  // Folding the tail as a whole word shifts everything 8 - k places too far.
+  return static_cast<unsigned long>(((h << 8) ^ shift_xor_block(tail)) >> (8 - k)) & 0x7FFFFFFFu;
+}
+#else
+inline unsigned long shift_xor_hash_text(const char* s) {
+  return shift_xor_hash(s, std::strlen(s));
+}
+#endif
+
 }  // namespace krl_internal
 
 #endif  // KRLPORT_FRAME_STRING_HASH_H_
