@@ -129,8 +129,10 @@ __attribute__((no_sanitize("address", "thread"))) inline unsigned long shift_xor
     x = probe = *reinterpret_cast<const Word*>(p);
   }
   // The lowest flag is the terminator's; the k bytes below it end the text.
+  // The mask is made from k, not from the flags, whose bits above the
+  // terminator valgrind takes as undefined where the bytes lie past a block.
   const auto k = static_cast<unsigned>(__builtin_ctzll(zeros)) / 8;
-  const std::uint64_t tail = x & ((zeros ^ (zeros - 1)) >> 8);
+  const std::uint64_t tail = x & ((std::uint64_t{1} << (8 * k)) - 1);
   if (((seen | tail) & kHighs) != 0)
     return shift_xor_hash_rare(s, static_cast<std::size_t>(p + k - s));
   // Folding the tail as a whole word shifts everything 8 - k places too far.
