@@ -42,6 +42,15 @@ inline std::uint32_t shift_xor_block(std::uint64_t x) {
   return static_cast<std::uint32_t>((quads << 4) ^ (quads >> 32));
 }
 
+// shift_xor_block for a word whose bytes are all below 0x80. Doubling such
+// a byte, or a pair of them, never carries out of its lane, so each step
+// needs one mask instead of two.
+inline std::uint32_t shift_xor_block_ascii(std::uint64_t x) {
+  const std::uint64_t pairs = ((x << 1) ^ (x >> 8)) & 0x00FF00FF00FF00FFull;  // 8 bits a lane
+  const std::uint64_t quads = ((pairs << 2) ^ (pairs >> 16)) & 0x000003FF000003FFull;  // 10 bits
+  return static_cast<std::uint32_t>((quads << 4) ^ (quads >> 32));
+}
+
 // Bit 7 - i set for each byte b_i of x from 0x80 up. The multiplication
 // moves bit 8i to bit 63 - i with no carry into the top byte.
 inline std::uint32_t shift_xor_signs(std::uint64_t x) {
@@ -88,9 +97,9 @@ inline unsigned long shift_xor_hash(const char* s, std::size_t n) {
 // CORBA::hash of the text at s (not null), in one pass from its start, so
 // that no strlen has to finish first. Rolled over a word of eight bytes
 // b0..b7 the byte loop turns h into (h << 8) ^ XOR of sext(b_i) << (7 - i);
-// the zero-extended part of that is shift_xor_block. A text with a byte from
-// 0x80 up is rare (ids never have one) and takes the fold above once its
-// length is known.
+// for bytes below 0x80 that is shift_xor_block_ascii. A text with a byte
+// from 0x80 up is rare (ids never have one) and takes the fold above once
+// its length is known.
 //
 // The reads are aligned words. Such a word never straddles two pages, so
 // reading the whole word that holds the first byte or the terminator is safe
@@ -123,7 +132,7 @@ __attribute__((no_sanitize("address", "thread"))) inline unsigned long shift_xor
   std::uint64_t seen = 0;
   std::uint64_t zeros;
   while ((zeros = (probe - kOnes) & ~probe & kHighs) == 0) {
-    h = (h << 8) ^ shift_xor_block(x);
+    h = (h << 8) ^ shift_xor_block_ascii(x);
     seen |= x;
     p += 8;
     x = probe = *reinterpret_cast<const Word*>(p);
@@ -136,7 +145,8 @@ __attribute__((no_sanitize("address", "thread"))) inline unsigned long shift_xor
   if (((seen | tail) & kHighs) != 0)
     return shift_xor_hash_rare(s, static_cast<std::size_t>(p + k - s));
   // Folding the tail as a whole word shifts everything 8 - k places too far.
-  return static_cast<unsigned long>(((h << 8) ^ shift_xor_block(tail)) >> (8 - k)) & 0x7FFFFFFFu;
+  return static_cast<unsigned long>(((h << 8) ^ shift_xor_block_ascii(tail)) >> (8 - k)) &
+         0x7FFFFFFFu;
 }
 #else
 inline unsigned long shift_xor_hash_text(const char* s) {
