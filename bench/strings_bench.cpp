@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 #include <benchmark/benchmark.h>
 
@@ -58,5 +59,23 @@ void BM_StdStringAssign(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_StdStringAssign);
+
+// The hash of an id given as a C string, through the exported call, against
+// the standard library's hash of the same text (which needs its length first).
+// Each text is chosen by the previous hash, so the time is the latency of one
+// hash, as in a dictionary probe that waits for it.
+void BM_CorbaHash(benchmark::State& state) {
+  unsigned long h = 0;
+  for (auto _ : state) h = CORBA::hash(kTexts[h & (kTextCount - 1)]);
+  benchmark::DoNotOptimize(h);
+}
+BENCHMARK(BM_CorbaHash);
+
+void BM_StdHashCString(benchmark::State& state) {
+  std::size_t h = 0;
+  for (auto _ : state) h = std::hash<std::string_view>()(kTexts[h & (kTextCount - 1)]);
+  benchmark::DoNotOptimize(h);
+}
+BENCHMARK(BM_StdHashCString);
 
 }  // namespace

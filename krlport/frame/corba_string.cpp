@@ -100,7 +100,7 @@ unsigned short* CORBA::wstring_dup(const unsigned short* s) {
 void CORBA::wstring_free(unsigned short* s) { ::operator delete(s); }
 
 unsigned long CORBA::hash(const char* s) {
-  return s == nullptr ? 0 : krl_internal::shift_xor_hash(s, std::strlen(s));
+  return s == nullptr ? 0 : krl_internal::shift_xor_hash_text(s);
 }
 
 unsigned char CORBA::is_nil(const char* s) { return s == nullptr ? 1 : 0; }

@@ -42,6 +42,15 @@ inline std::uint32_t shift_xor_block(std::uint64_t x) {
   return static_cast<std::uint32_t>((quads << 4) ^ (quads >> 32));
 }
 
+// shift_xor_block for a word whose bytes are all below 0x80. Doubling such
+// a byte, or a pair of them, never carries out of its lane, so each step
+// needs one mask instead of two.
+inline std::uint32_t shift_xor_block_ascii(std::uint64_t x) {
+  const std::uint64_t pairs = ((x << 1) ^ (x >> 8)) & 0x00FF00FF00FF00FFull;  // 8 bits a lane
+  const std::uint64_t quads = ((pairs << 2) ^ (pairs >> 16)) & 0x000003FF000003FFull;  // 10 bits
+  return static_cast<std::uint32_t>((quads << 4) ^ (quads >> 32));
+}
+
 // Bit 7 - i set for each byte b_i of x from 0x80 up. The multiplication
 // moves bit 8i to bit 63 - i with no carry into the top byte.
 inline std::uint32_t shift_xor_signs(std::uint64_t x) {
@@ -84,6 +93,66 @@ inline unsigned long shift_xor_hash(const char* s, std::size_t n) {
   fill ^= fill << 16;
   return (h ^ fill) & 0x7FFFFFFFu;
 }
+
+// CORBA::hash of the text at s (not null), in one pass from its start, so
+// that no strlen has to finish first. Rolled over a word of eight bytes
+// b0..b7 the byte loop turns h into (h << 8) ^ XOR of sext(b_i) << (7 - i);
+// for bytes below 0x80 that is shift_xor_block_ascii. A text with a byte
+// from 0x80 up is rare (ids never have one) and takes the fold above once
+// its length is known.
+//
+// The reads are aligned words. Such a word never straddles two pages, so
+// reading the whole word that holds the first byte or the terminator is safe
+// wherever the text lies; the bytes before s and after the terminator in it
+// are masked out and do not change the result. The sanitizers would still
+// report those bytes (or a racing write to them) as out of bounds, hence
+// their exemption here, and here only.
+#if defined(__GNUC__)
+// Out of line, so that the common case needs no saved registers.
+__attribute__((noinline, cold)) inline unsigned long shift_xor_hash_rare(const char* s,
+                                                                         std::size_t n) {
+  return shift_xor_hash(s, n);
+}
+
+__attribute__((no_sanitize("address", "thread"))) inline unsigned long shift_xor_hash_text(
+    const char* s) {
+  if (!kLittleEndian) return shift_xor_hash(s, std::strlen(s));
+  typedef std::uint64_t Word __attribute__((may_alias));
+  constexpr std::uint64_t kOnes = 0x0101010101010101ull;
+  constexpr std::uint64_t kHighs = 0x8080808080808080ull;
+  const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(s);
+  const auto offset = static_cast<unsigned>(address & 7);
+  const char* p = reinterpret_cast<const char*>(address - offset);
+  // The bytes before s count as zeros in the fold (h is still 0 there) and as
+  // non-zero in the search for the terminator.
+  const std::uint64_t before = (std::uint64_t{1} << (8 * offset)) - 1;
+  std::uint64_t x = *reinterpret_cast<const Word*>(p) & ~before;
+  std::uint64_t probe = x | before;
+  std::uint64_t h = 0;  // exact in its low 32 bits, the only ones kept
+  std::uint64_t seen = 0;
+  std::uint64_t zeros;
+  while ((zeros = (probe - kOnes) & ~probe & kHighs) == 0) {
+    h = (h << 8) ^ shift_xor_block_ascii(x);
+    seen |= x;
+    p += 8;
+    x = probe = *reinterpret_cast<const Word*>(p);
+  }
+  // The lowest flag is the terminator's; the k bytes below it end the text.
+  // The mask is made from k, not from the flags, whose bits above the
+  // terminator valgrind takes as undefined where the bytes lie past a block.
+  const auto k = static_cast<unsigned>(__builtin_ctzll(zeros)) / 8;
+  const std::uint64_t tail = x & ((std::uint64_t{1} << (8 * k)) - 1);
+  if (((seen | tail) & kHighs) != 0)
+    return shift_xor_hash_rare(s, static_cast<std::size_t>(p + k - s));
+  // Folding the tail as a whole word shifts everything 8 - k places too far.
+  return static_cast<unsigned long>(((h << 8) ^ shift_xor_block_ascii(tail)) >> (8 - k)) &
+         0x7FFFFFFFu;
+}
+#else
+inline unsigned long shift_xor_hash_text(const char* s) {
+  return shift_xor_hash(s, std::strlen(s));
+}
+#endif
 
 }  // namespace krl_internal
 

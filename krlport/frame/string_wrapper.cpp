@@ -14,5 +14,5 @@ long compare(const KRLStringWrapper& a, const KRLStringWrapper& b) {
 
 // CORBA::hash, inlined: a dictionary keyed by ids calls this on every access.
 unsigned long _krl_hash(const KRLStringWrapper& s) {
-  return s._str == nullptr ? 0 : krl_internal::shift_xor_hash(s._str, std::strlen(s._str));
+  return s._str == nullptr ? 0 : krl_internal::shift_xor_hash_text(s._str);
 }
