@@ -5,6 +5,7 @@
 
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/exceptions/user_exception.h"
+#include "krlport/portable/test_support.h"
 #include "krlport/services/logger.h"
 #include "krlport/streams/string_stream_ops.h"
 
@@ -48,12 +49,10 @@ CORBA_Exception* read_back(const std::string& text, unsigned long& next) {
 }
 
 std::string readable(const CORBA_Exception& e) {
-  std::ostringstream text;  // std::cout itself, its buffer swapped: strings come out plain
-  std::streambuf* const old = std::cout.rdbuf(text.rdbuf());
+  krl_test::Capture text;  // std::cout itself, its buffer swapped: strings come out plain
   KRLostream s(std::cout);
   e._pretty_print(s);
-  std::cout.rdbuf(old);
-  return text.str();
+  return text.text();
 }
 
 TEST(ExceptionStream, RoundTripsKeepClassAndBodyAndReadNothingMore) {

@@ -74,25 +74,6 @@ TEST_F(TcpTest, ConnectsAcceptsAndExchanges) {
   for (int fd : {a, b, blocking, timed}) close_socket(fd);
 }
 
-TEST_F(TcpTest, ExchangesWithAnotherProcess) {
-#ifdef _WIN32
-  GTEST_SKIP() << "the peer is a forked bash; the exchange itself is ConnectsAcceptsAndExchanges";
-#else
-  const std::string script = "exec 3<>/dev/tcp/127.0.0.1/" + std::to_string(port_) +
-                             "; printf hello >&3; read -r line <&3; [ \"$line\" = world ]";
-  const pid_t pid = ::fork();
-  if (pid == 0) ::_exit(::execl("/bin/bash", "bash", "-c", script.c_str(), (char*)nullptr));
-  const int other = KRLPortable::socketAccept(listener_);
-  char buf[8] = {};
-  EXPECT_EQ(::recv(other, buf, 5, MSG_WAITALL) + ::send(other, "world\n", 6, 0), 11);
-  EXPECT_STREQ(buf, "hello");
-  int status = -1;
-  ::waitpid(pid, &status, 0);
-  EXPECT_EQ(status, 0);
-  close_socket(other);
-#endif
-}
-
 TEST_F(TcpTest, RefusalIsRetriedWithBackOff) {
   close_listener();
   krl_internal::set_backoff_sleep([](unsigned long long ms) { g_sleeps.push_back(ms); });

@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstring>
 #include <iostream>
-#include <sstream>
 #include <string>
 
 #if defined(_WIN32)
@@ -15,6 +14,7 @@
 #endif
 
 #include "krlport/platform/loader.h"
+#include "krlport/portable/test_support.h"
 
 namespace krl_internal {
 struct LoadLibraryPeer {
@@ -45,16 +45,6 @@ bool loaded(const char* name) {  // the probe's reference goes back
 }
 #endif
 
-// What f writes on std::cerr.
-template <class F>
-std::string cerr_of(F f) {
-  std::ostringstream text;
-  std::streambuf* const old = std::cerr.rdbuf(text.rdbuf());
-  f();
-  std::cerr.rdbuf(old);
-  return text.str();
-}
-
 TEST(LoadLibraryTest, LoadsOnceUnloadsOnlyByTheRecordedNameAndReleasesAll) {
   auto& table = LoadLibraryPeer::table();
   KRLLoadLibrary::instance()->Load("krltestplugin");
@@ -81,8 +71,9 @@ TEST(LoadLibraryTest, LoadsOnceUnloadsOnlyByTheRecordedNameAndReleasesAll) {
 TEST(LoadLibraryTest, AMissingLibraryIsReportedOnCerrOrRaisedAsLoadError) {
   const std::string missing = "krl_no_such_library", tail = "]: \n";
   for (const std::string& name : {missing, std::string(3000, 'x')}) {
-    EXPECT_EQ("LoadLibrary failed for [" + name + tail,
-              cerr_of([&] { KRLLoadLibrary::instance()->Load(name.c_str()); }));
+    krl_test::Capture err(std::cerr);
+    KRLLoadLibrary::instance()->Load(name.c_str());
+    EXPECT_EQ("LoadLibrary failed for [" + name + tail, err.text());
   }
   EXPECT_EQ(0u, LoadLibraryPeer::table()._count);
   try {

@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <thread>
-#include <vector>
 
 #include "krlport/exceptions/system_exception.h"
 #include "krlport/threads/thread_test_peers.h"

@@ -148,10 +148,6 @@ TEST(ThreadTest, DefaultFactoryFailureThrowsNoResources) {
       stderr_of([&] { EXPECT_THROW(t.run(), CORBA_NO_RESOURCES); }).rfind("CreateThread: ", 0), 0u);
 }
 
-bool wait_for(const std::atomic<bool>& flag) {
-  return eventually([&] { return flag.load(); });
-}
-
 #ifdef _WIN32
 // 'S' while the thread exists (Windows gives no cheap running/asleep
 // letter, so the test does not tell them apart there), 0 once it is gone.
@@ -280,7 +276,7 @@ TEST(ThreadTest, TerminateEndsTheThreadWhereverItIsAndRunsNoneOfItsCode) {
   for (EndCase& c : g_end_cases) {
     tasks.push_back(new EndTask(&c));
     tasks.back()->run();
-    ASSERT_TRUE(wait_for(c.started)) << c.what;
+    ASSERT_TRUE(eventually([&] { return c.started.load(); })) << c.what;
     tids.push_back(tasks.back()->id()._tid);
   }
   const auto gone = [&](int i) { return task_state(tids[i]) == 0; };
@@ -328,7 +324,7 @@ TEST(ThreadTest, AnObjectBuiltWhereAnEndedOneStoodIsNotTakenForItsThread) {
   reborn.load()->terminate();
   KRLThread::terminateAll();
   go = true;
-  EXPECT_TRUE(wait_for(survived));
+  EXPECT_TRUE(eventually([] { return survived.load(); }));
   delete reborn.load();
 }
 
@@ -343,7 +339,7 @@ TEST(ThreadTest, IdReadWhileTheThreadStartsIsRaceFree) {
     KRLThread::yield();
   }
   EXPECT_EQ(KRLThread::instance(t.id()), &t);
-  ASSERT_TRUE(wait_for(done));
+  ASSERT_TRUE(eventually([&] { return done.load(); }));
   EXPECT_EQ(seen._tid, t.body_tid);
 }
 
