@@ -34,11 +34,12 @@
 /// forced to 1, or 0 for an empty slot (`_hashes`: `_inline_hashes` for the
 /// inline table, the tail of the same block for a heap table). A probe, and the
 /// check of the remembered slot, pass a slot whose word differs without
-/// touching its node or calling compare, and a miss reads no slot pointer at
-/// all; Algorithm R and growth take home slots from the words instead of
-/// hashing keys again. This only saves work: the probe order, the home slots
-/// and the moves are exactly those of the rules above. It costs 4 bytes a
-/// slot.
+/// touching its node or calling compare; Algorithm R and growth take home
+/// slots from the words instead of hashing keys again. A large table is
+/// searched eight words at a time (see DictionaryCore::probe). This only
+/// saves work: the probe order, the home slots and the moves are exactly
+/// those of the rules above. It costs 4 bytes a slot, and 32 bytes of pad
+/// words a heap table.
 ///
 /// Storage. The first 32 slots live inside the object (`_inline_table`), so a
 /// dictionary of up to 28 entries allocates no table. The first growth moves to
