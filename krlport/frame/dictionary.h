@@ -289,7 +289,6 @@ struct DictionaryCore {
     // and a miss reads no node pointer. A window without an empty slot goes
     // on with the eight slots below it, from the top after slot 0.
     if (d._bits >= kDictionaryWindowBits) {
-      _mm_prefetch(reinterpret_cast<const char*>(d._table + home), _MM_HINT_T0);
       const __m128i zero = _mm_setzero_si128();
       const __m128i want = _mm_set1_epi32(static_cast<int>(word));
       for (;; s = s >= kDictionaryWindow ? s - kDictionaryWindow : mask) {
