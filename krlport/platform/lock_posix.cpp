@@ -29,8 +29,8 @@ void forget_sleepers() {
 
 // Once a process: asks for the expedited process-wide fence and, if the
 // system grants it, lets releases drop their own fence. Until this returns,
-// no sleeper gets past fence_all_threads(), so no release can see the flag
-// set while a sleeper skipped the fence.
+// no sleeper gets past fencing_all(), so no release can see the flag set
+// while a sleeper skipped the fence.
 bool start_fencing_all() {
   pthread_atfork(nullptr, nullptr, forget_sleepers);
   if (syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0, 0) != 0) return false;
@@ -38,13 +38,29 @@ bool start_fencing_all() {
   return true;
 }
 
+// Whether sleepers fence every running thread; asked for once a process.
+bool fencing_all() {
+  static const bool expedited = start_fencing_all();
+  return expedited;
+}
+
+// Asked at load, so that releases go without their own fence from the
+// first; a sleeper that comes earlier asks itself (and others wait for it).
+[[maybe_unused]] const bool g_fencing_all_at_load = fencing_all();
+
 // A full fence on every thread of the process that is running now; on a
 // system without it, nothing (releases then fence themselves).
 void fence_all_threads() {
-  static const bool expedited = start_fencing_all();
-  if (expedited && syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0) != 0) {
-    fatal_error("membarrier", errno);
+  if (!fencing_all()) return;
+  if (syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0) == 0) return;
+  // The registration is the process's and survives fork(); should it not,
+  // register again.
+  if (errno == EPERM &&
+      syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0, 0) == 0 &&
+      syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0) == 0) {
+    return;
   }
+  fatal_error("membarrier", errno);
 }
 
 bool try_take(RecursiveLock& l) {
