@@ -107,7 +107,8 @@ void lock_wait(RecursiveLock& l) {
 }
 
 void lock_wake(std::atomic<int>* word, std::atomic<int>& sleepers) {
-  const long woken = syscall(SYS_futex, futex_word(word), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+  const long woken =
+      syscall(SYS_futex, futex_word(word), FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
   if (woken < 0) fatal_error("futex(FUTEX_WAKE)", errno);
   if (woken > 0) sleepers.fetch_sub(static_cast<int>(woken), std::memory_order_relaxed);
 }
