@@ -73,9 +73,6 @@
 // build); elsewhere it walks the slots one at a time. Both give the same slot.
 #if defined(__SSE2__) || defined(_M_X64)
 #include <emmintrin.h>
-#define KRL_DICTIONARY_WORD_WINDOW 1
-#else
-#define KRL_DICTIONARY_WORD_WINDOW 0
 #endif
 
 /// One entry, allocated singly: the key, then the value, both owned.
@@ -277,7 +274,7 @@ struct DictionaryCore {
     const unsigned long mask = d._mask;
     const unsigned long home = dictionary_home_slot(word, d._bits);
     unsigned long s = home;
-#if KRL_DICTIONARY_WORD_WINDOW
+#if defined(__SSE2__) || defined(_M_X64)  // see the include of <emmintrin.h>
     // A large table tests the words of the home slot and the seven below it
     // at once. Keys are unique and every key lies above the first empty slot
     // below its home, so a node in the window that holds the key is the hit,
